@@ -1,0 +1,28 @@
+# How every target of the system is compiled: the warnings, the hardening of release builds, the
+# sanitizers. Targets link `mox_options`.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(mox_options INTERFACE)
+target_compile_features(mox_options INTERFACE cxx_std_20)
+target_compile_options(mox_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  # Status records name the source file they were set in: the same text from whatever folder.
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_definitions(mox_options INTERFACE _FILE_OFFSET_BITS=64)
+target_include_directories(mox_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+
+if(MOX_WARNINGS_AS_ERRORS)
+  target_compile_options(mox_options INTERFACE -Werror)
+endif()
+
+if(MOX_SANITIZE)
+  target_compile_options(mox_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(mox_options INTERFACE -fsanitize=address,undefined)
+else()
+  target_compile_options(mox_options INTERFACE
+    -fstack-protector-strong $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+  target_link_options(mox_options INTERFACE -Wl,-z,relro,-z,now)
+endif()

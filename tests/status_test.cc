@@ -1,0 +1,94 @@
+// The status record and the formatting of its text.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "errutils/statuss.h"
+#include "src/utl/fmtstatus.h"
+
+namespace {
+
+Status failure(Severity_e severity, int number, int os_error) {
+  Status status;
+  STATUS_SET(status, severity, static_cast<Moxstatus_e>(number), os_error);
+  return status;
+}
+
+TEST(Status, FormatsTemplateParametersAndOsError) {
+  Status fresh;
+  EXPECT_STREQ(fresh.getText(), "KORV-I-00000: Normal successful completion");
+  EXPECT_STREQ(fresh.sqlstate, "00000");
+  EXPECT_STREQ(fresh.os_text, "");
+
+  Status open = failure(SEV_SYSTEMERR, 5500, ENOENT);
+  addStatusParam(&open, "/a");
+  EXPECT_STREQ(open.getText(), "KORV-S-05500: Opening file \"/a\" failed, OS status=2");
+  EXPECT_STREQ(open.os_text, std::strerror(ENOENT));
+  EXPECT_STREQ(open.sqlstate, "22000");
+
+  // A parameter that is missing is empty, one that the template does not use is appended.
+  Status missing = failure(SEV_SYSTEMERR, 5515, 0);
+  EXPECT_STREQ(missing.getText(),
+               "KORV-S-05515: Shared memory segment with key \"\" exists already");
+  Status extra = failure(SEV_ERROR, 1521, 0);
+  addStatusParam(&extra, "x");
+  addStatusParam(&extra, "y");
+  EXPECT_STREQ(extra.getText(), "KORV-E-01521: No space left on device x y");
+  EXPECT_STREQ(failure(SEV_INTERNERR, 77, 0).getText(),
+               "KORV-A-00077: *** Error number not in use");
+}
+
+TEST(Status, TextIsFormattedOnceUntilTheStatusIsSetAgain) {
+  Status status = failure(SEV_SYSTEMERR, 5500, ENOENT);
+  const std::string first = status.getText();
+  addStatusParam(&status, "late");
+  EXPECT_EQ(status.getText(), first);
+  STATUS_SET(status, SEV_SYSTEMERR, MOX_OPEN_FAILED, EACCES);
+  EXPECT_EQ(status.param_count, 0);
+  EXPECT_STREQ(status.getText(), "KORV-S-05500: Opening file \"\" failed, OS status=13");
+  EXPECT_STREQ(status.os_text, std::strerror(EACCES));
+}
+
+TEST(Status, SeverityLettersAndNamesOutsideTheRange) {
+  const struct {
+    int severity;
+    char letter;
+    const char* name;
+  } cases[] = {{0, 'X', "(Illegal)"},  {1, 'I', "success"},   {2, 'W', "warning"},
+               {3, 'E', "error"},      {4, 'S', "systemerr"}, {5, 'A', "internerr"},
+               {-1, 'A', "(Illegal)"}, {6, 'A', "(Illegal)"}};
+  for (const auto& c : cases) {
+    const auto severity = static_cast<Severity_e>(c.severity);
+    EXPECT_EQ(failure(severity, 0, 0).getText()[5], c.letter) << c.severity;
+    EXPECT_STREQ(getNameSeverity_e(severity), c.name);
+  }
+}
+
+TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
+  Status status = failure(SEV_SYSTEMERR, 5500, 0);
+  EXPECT_EQ(addStatusParam(&status, std::string(200, 'a').c_str()), 200);
+  EXPECT_EQ(addStatusParam(&status, std::string(100, 'b').c_str()), 54);
+  EXPECT_EQ(addStatusParam(&status, "c"), 0);
+  EXPECT_EQ(status.param_count, 2);
+  EXPECT_EQ(std::string(status.getText()), "KORV-S-05500: Opening file \"" + std::string(200, 'a') +
+                                               "\" failed, OS status=0 " + std::string(54, 'b'));
+}
+
+TEST(Status, TraceStopsAtTwentyAndAnOverlongTextSaysSo) {
+  fmtstatus_errtrace = 1;
+  Status status;
+  status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, "site.cc", 7);
+  pushTraceStatus(&status, "up.cc", 8);
+  EXPECT_STREQ(status.getText(), "KORV-E-03360: It can't happen here [site.cc:7]\n[up.cc:8]");
+  for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "a/rather/long/path/of/a/source.cc", i);
+  EXPECT_EQ(status.trace_count, 20);
+  status.text[0] = '\0';
+  const std::string text = status.getText();
+  EXPECT_LE(text.size(), 511U);
+  EXPECT_EQ(text.substr(text.size() - 10), "TRUNCATED!");
+  fmtstatus_errtrace = 0;
+}
+
+}  // namespace
