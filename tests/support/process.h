@@ -1,0 +1,18 @@
+// Runs a program to its end and hands back all that it said, for the end-to-end tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct RunResult {
+  std::string out;
+  std::string err;
+  int status = -1;  // exit status; -1 when a signal ended the program
+  int signal = 0;   // the signal that ended it, or 0
+};
+
+// argv[0] is the path of the program. The environment is this process's own, with the given
+// "NAME=value" entries put over it. Standard input is empty. A program that is still running after
+// a minute is killed.
+RunResult run_program(const std::vector<std::string>& argv,
+                      const std::vector<std::string>& extra_environment = {});
