@@ -1,0 +1,24 @@
+// The stamp that the database puts into every block it writes, and what a verifier may conclude
+// from it.
+#pragma once
+
+#include <cstdint>
+
+#include "kern/diskinfo.h"
+
+struct BlockStamp {
+  static constexpr std::uint32_t min_block_size = 12;  // bytes that a stamp needs
+
+  std::uint32_t flip;
+  std::uint8_t device_number;
+  std::uint32_t block_id;  // the low 24 bits of the block's number
+  std::uint32_t flop;
+};
+
+enum class BlockState { UNUSED, VERIFIED, CORRUPT };
+
+// `block_size` is at least min_block_size.
+BlockStamp read_stamp(const unsigned char* block, std::uint32_t block_size);
+
+// `position` is the number of the data block on the device of `info`.
+BlockState judge_stamp(const BlockStamp& stamp, const DiskInfo& info, std::uint64_t position);

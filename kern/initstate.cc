@@ -1,0 +1,54 @@
+#include "kern/initstate.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+std::string clean_name;
+int clean_fd = -1;
+int syncsz = 32;
+int nodio = 0;
+int readVerify = 0;
+std::uint64_t devwritten = 0;
+std::uint64_t totdevsize = 0;
+
+namespace {
+
+bool is_regular_file_open_at(int fd, const char* path) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(fd, &opened) == 0 && lstat(path, &named) == 0 && S_ISREG(named.st_mode) &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+}  // namespace
+
+void cleanup() {
+  if (clean_fd < 0) return;
+  if (readVerify == 0 && is_regular_file_open_at(clean_fd, clean_name.c_str()) &&
+      unlink(clean_name.c_str()) != 0) {
+    devinit_report(("unlink " + clean_name).c_str(), errno);
+  }
+  close(clean_fd);  // the error that led here has been told; one more would say nothing new
+  clean_fd = -1;
+  clean_name.clear();
+}
+
+void devinit_report(const char* text, int os_error) {
+  std::fflush(stdout);  // so that the error stands behind what was printed before it
+  if (os_error != 0) {
+    std::fprintf(stderr, "\nDEVINIT-ERROR: %s %s\n", text, std::strerror(os_error));
+  } else {
+    std::fprintf(stderr, "\nDEVINIT-ERROR: %s\n", text);
+  }
+}
+
+void devinit_fail(const char* text, int os_error) {
+  devinit_report(text, os_error);
+  cleanup();
+  std::exit(1);
+}

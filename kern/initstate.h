@@ -1,0 +1,25 @@
+// What a run of the device initialiser knows about itself, and how it ends on an error. The
+// functions on device paths read these settings too; programs that do not initialise devices leave
+// them at their defaults.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+extern std::string clean_name;    // the file being written, to be removed on an error
+extern int clean_fd;              // to be closed on an error; -1: none
+extern int syncsz;                // MiB between two fdatasync; -1: synchronous writes instead
+extern int nodio;                 // 1: no direct I/O
+extern int readVerify;            // 0: initialise; otherwise verify, with this verbosity
+extern std::uint64_t devwritten;  // bytes of blocks written so far
+extern std::uint64_t totdevsize;  // bytes of blocks to be written in all
+
+// Closes clean_fd. Unless verifying, also removes clean_name if that still is the regular file
+// which was open there: device nodes and strangers' files stay.
+void cleanup();
+
+// Prints "\nDEVINIT-ERROR: " and the text on standard error, and the OS text of a non-zero error.
+void devinit_report(const char* text, int os_error = 0);
+
+// Reports, cleans up and ends the process with status 1.
+[[noreturn]] void devinit_fail(const char* text, int os_error = 0);

@@ -1,0 +1,111 @@
+// Places of their own for tests that touch files and devices: a temporary folder, a small file
+// system that only this process sees, a loop device. Each goes away with its object. Where the
+// kernel refuses one, `refusal` says why and the test skips.
+#pragma once
+
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+class TempFolder {
+ public:
+  TempFolder() : path_((std::filesystem::temp_directory_path() / "mox.XXXXXX").string()) {
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+  ~TempFolder() { std::filesystem::remove_all(path_); }
+
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// A tmpfs of the given size, mounted where only this process and its children see it.
+class SmallFileSystem {
+ public:
+  explicit SmallFileSystem(const std::string& size) {
+    const bool mounted =
+        unshare(CLONE_NEWNS) == 0 &&
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        mount("mox", folder_.path().c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+    if (!mounted) refusal = std::strerror(errno);
+  }
+  SmallFileSystem(const SmallFileSystem&) = delete;
+  SmallFileSystem& operator=(const SmallFileSystem&) = delete;
+  ~SmallFileSystem() { umount2(folder_.path().c_str(), MNT_DETACH); }
+
+  std::string operator/(const std::string& name) const { return folder_ / name; }
+
+  std::string refusal;
+
+ private:
+  TempFolder folder_;
+};
+
+// A block device over an existing file.
+class LoopDevice {
+ public:
+  LoopDevice(const std::string& file, unsigned sector_size) {
+    const int control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+    const int backing = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    // Another process may take the free device between the two calls.
+    for (int tries = 0; tries < 20 && !attach(control, backing, sector_size); ++tries) {
+    }
+    close(control);
+    close(backing);
+  }
+  LoopDevice(const LoopDevice&) = delete;
+  LoopDevice& operator=(const LoopDevice&) = delete;
+  ~LoopDevice() {
+    if (fd_ >= 0) close(fd_);
+  }
+
+  const std::string& path() const { return path_; }
+
+  std::string refusal;
+
+ private:
+  bool attach(int control, int backing, unsigned sector_size) {
+    const int number = ioctl(control, LOOP_CTL_GET_FREE);
+    path_ = "/dev/loop" + std::to_string(number);
+    fd_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+    loop_config config{};
+    config.fd = static_cast<unsigned>(backing);
+    config.block_size = sector_size;
+    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+    if (fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0) {
+      refusal.clear();
+      return true;
+    }
+    refusal = std::strerror(errno);
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+    return false;
+  }
+
+  std::string path_;
+  int fd_ = -1;
+};
+
+inline std::string read_file(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void write_file(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
