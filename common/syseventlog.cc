@@ -1,0 +1,97 @@
+#include "common/syseventlog.h"
+
+#include <syslog.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "common/logtrouble.h"
+
+namespace {
+
+struct Name {
+  std::string_view name;
+  int value;
+};
+
+constexpr Name priorities[] = {
+    {"", not_logged},   {"none", not_logged}, {"emerg", LOG_EMERG},     {"alert", LOG_ALERT},
+    {"crit", LOG_CRIT}, {"err", LOG_ERR},     {"warning", LOG_WARNING}, {"notice", LOG_NOTICE},
+    {"info", LOG_INFO}, {"debug", LOG_DEBUG},
+};
+
+constexpr Name facilities[] = {
+    {"", not_logged},       {"none", not_logged},   {"local0", LOG_LOCAL0}, {"local1", LOG_LOCAL1},
+    {"local2", LOG_LOCAL2}, {"local3", LOG_LOCAL3}, {"local4", LOG_LOCAL4}, {"local5", LOG_LOCAL5},
+    {"local6", LOG_LOCAL6}, {"local7", LOG_LOCAL7}, {"kern", LOG_KERN},     {"user", LOG_USER},
+    {"mail", LOG_MAIL},     {"daemon", LOG_DAEMON}, {"auth", LOG_AUTH},     {"syslog", LOG_SYSLOG},
+    {"lpr", LOG_LPR},       {"news", LOG_NEWS},     {"uucp", LOG_UUCP},     {"cron", LOG_CRON},
+};
+
+int priority_of_level[log_level_count] = {not_logged, not_logged, LOG_WARNING, LOG_ERR,
+                                          LOG_ALERT,  LOG_ERR,    not_logged};
+int current_facility = LOG_LOCAL0;
+
+// The C library keeps the pointer that openlog is given.
+std::string& current_ident() {
+  static std::string ident = "KORV";
+  return ident;
+}
+
+bool valid(LogLevel level) {
+  return level >= LEVEL_DBG && level <= LEVEL_TST;
+}
+
+template <std::size_t N>
+bool find(const Name (&names)[N], const std::string& name, int& value) {
+  for (const Name& entry : names) {
+    if (entry.name != name) continue;
+    value = entry.value;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int getOSloglev(LogLevel level) {
+  return valid(level) ? priority_of_level[level] : not_logged;
+}
+
+void setOSloglev(LogLevel level, int priority) {
+  if (valid(level)) priority_of_level[level] = priority;
+}
+
+int getSyslogFacility() {
+  return current_facility;
+}
+
+void setSyslogFacility(int facility) {
+  current_facility = facility;
+}
+
+void setSyslogIdent(const std::string& ident) {
+  closelog();
+  current_ident() = ident;
+}
+
+bool findOSloglev(const std::string& name, int& priority) {
+  return find(priorities, name, priority);
+}
+
+bool findSyslogFacility(const std::string& name, int& facility) {
+  return find(facilities, name, facility);
+}
+
+void logSysEvent(LogLevel level, const char* text, Status& status) {
+  initStatus_s(&status);
+  const int priority = getOSloglev(level);
+  if (priority == not_logged || current_facility == not_logged) return;
+
+  std::string_view line = text;
+  if (line.ends_with('\n')) line.remove_suffix(1);
+  const SlowWatch watch;
+  openlog(current_ident().c_str(), LOG_PID, current_facility);
+  syslog(current_facility | priority, "%.*s", static_cast<int>(line.size()), line.data());
+  watch.report(stdout, "Event reporting");
+}
