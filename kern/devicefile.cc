@@ -10,10 +10,13 @@
 
 namespace {
 
-bool open_and_close(const std::string& path, mode_t mode, int& error) {
-  const int fd = open(path.c_str(), device_open_flags() | O_NONBLOCK, mode);
+bool open_and_close(const std::string& path, int extra_flags, mode_t mode, int& error) {
+  const int fd = open(path.c_str(), device_open_flags() | extra_flags | O_NONBLOCK, mode);
   error = fd < 0 ? errno : 0;
-  if (fd >= 0 && close(fd) != 0) error = errno;
+  if (fd >= 0 && close(fd) != 0) {
+    error = errno;
+    if ((extra_flags & O_EXCL) != 0) unlink(path.c_str());
+  }
   return error == 0;
 }
 
@@ -36,12 +39,12 @@ bool is_device(const std::string& path) {
   return S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
-bool mox_create_file(const std::string& path, int& error) {
-  return open_and_close(path, 0600, error);
+bool mox_create_file(const std::string& path, int& error, int extra_flags) {
+  return open_and_close(path, extra_flags, 0600, error);
 }
 
 bool mox_test_open_file(const std::string& path, int& error) {
-  return open_and_close(path, 0, error);
+  return open_and_close(path, 0, 0, error);
 }
 
 bool mox_unlink(const std::string& path) {

@@ -21,7 +21,8 @@ bool is_device(const std::string& path);
 // Both open and close the path with device_open_flags() and never wait for a FIFO or a line.
 // `error` is the errno, 0 on success. A file that is created has mode 0600; through a dangling
 // symbolic link, it stands at resolve_symlink(path). mox_test_open_file is for a path that exists.
-bool mox_create_file(const std::string& path, int& error);
+// `extra_flags` may be O_EXCL, to create a file that was not there before.
+bool mox_create_file(const std::string& path, int& error, int extra_flags = 0);
 bool mox_test_open_file(const std::string& path, int& error);
 
 // Removes what stands at the path itself, be it a link; false with errno.

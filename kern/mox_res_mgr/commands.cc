@@ -1,0 +1,141 @@
+#include "kern/mox_res_mgr/commands.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "kern/mox_res_mgr/interrupt.h"
+#include "kern/mox_res_mgr/ipc_hints.h"
+#include "kern/mox_res_mgr/lexer.h"
+#include "kern/mox_res_mgr/parser.h"
+#include "kern/mox_res_mgr/report.h"
+
+namespace resmgr {
+
+namespace {
+
+enum class outcome { made, search_failed, create_failed, interrupted };
+
+bool search_option() {
+  if (lookahead != T_OPTION) return false;
+  match(T_OPTION);
+  match(T_SEARCH);
+  return true;
+}
+
+bool interrupted() {
+  const int signal = pending_interrupt();
+  if (signal != 0) std::printf("Error: interrupted by signal %d\n", signal);
+  return signal != 0;
+}
+
+outcome make(op& node, bool searching, undo_log& log) {
+  if (searching && !node.search()) {
+    std::printf("Error: search failed\n");
+    return outcome::search_failed;
+  }
+  node.create(log);
+  if (stat.failed()) {
+    emit_korv_error(HERE);
+    return outcome::create_failed;
+  }
+  return outcome::made;
+}
+
+// Makes one node after the other until one fails. An interrupt takes effect when the node in hand
+// is done; one that comes behind the last node's check finds the command complete.
+outcome make_all(op_list& ops, bool searching, undo_log& log) {
+  hold_interrupts();
+  try {
+    for (op& node : ops) {
+      const outcome result = make(node, searching, log);
+      if (interrupted()) return outcome::interrupted;
+      if (result != outcome::made) return result;
+    }
+  } catch (const std::bad_alloc&) {
+    std::printf("Error: out of memory\n");
+    return outcome::create_failed;
+  }
+  return outcome::made;
+}
+
+// What was made is kept or undone as a whole, so an interrupt that was reported ends the process
+// only now.
+void end_if_interrupted(outcome result) {
+  if (result == outcome::interrupted) die_of(pending_interrupt());
+}
+
+}  // namespace
+
+void create_cmd() {
+  initStatus_s(&stat);
+  match(T_CREATE);
+  const bool searching = search_option();
+  op_list ops = create_operands();
+  if (searching) search_check(ops);
+
+  warn_of_forced_removal();
+  undo_log log;
+  const outcome result = make_all(ops, searching, log);
+  if (result == outcome::made) return;
+  std::printf("Error: create failed, removing %zu elements\n", log.size());
+  replay(log);
+  end_if_interrupted(result);
+  crash();
+}
+
+void check_cmd() {
+  initStatus_s(&stat);
+  match(T_CHECK);
+  const bool searching = search_option();
+  op_list ops = operands();
+  if (searching) search_check(ops);
+
+  undo_log log;
+  const outcome result = make_all(ops, searching, log);
+  if (result == outcome::create_failed) std::printf("Error: check failed\n");
+  replay(log);
+  end_if_interrupted(result);
+}
+
+void delete_cmd() {
+  match(T_DELETE);
+  op_list ops = delete_operands();
+  for (op& node : ops) node.del();
+}
+
+void search_check(const op_list& ops) {
+  std::string message;
+  for (const op& node : ops) {
+    if (node.search_ok(message)) continue;
+    std::printf("Error: %s\n", message.c_str());
+    crash();
+  }
+}
+
+void execute(int count, char** words) {
+  for (int i = 0; i < count; ++i) {
+    in_buf += ' ';
+    in_buf += words[i];
+  }
+  lookahead = gettoken();
+  switch (lookahead) {
+    case T_CREATE:
+      create_cmd();
+      // What was made stays made, whoever reads the report of it.
+      output_written();
+      return;
+    case T_CHECK:
+      check_cmd();
+      break;
+    case T_DELETE:
+      delete_cmd();
+      break;
+    default:
+      error();
+  }
+  if (!output_written()) std::exit(1);
+}
+
+}  // namespace resmgr

@@ -1,0 +1,136 @@
+#include "kern/mox_res_mgr/ipc_hints.h"
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+#include <cerrno>
+#include <fstream>
+#include <limits>
+#include <string>
+
+#include "common/logger.h"
+#include "kern/mox_res_mgr/report.h"
+
+namespace resmgr {
+
+namespace {
+
+void log_line(LogLevel level, const std::string& text) {
+  logmsg.start(level, HERE);
+  logmsg.txt((text + "\n").c_str());
+  logmsg.logg();
+}
+
+// The first line of a kernel setting, "?" where it cannot be read.
+std::string setting(const std::string& name) {
+  std::ifstream file("/proc/sys/" + name);
+  std::string value;
+  return std::getline(file, value) ? value : "?";
+}
+
+// A figure of /proc/meminfo, in kB.
+std::string memory_figure(const std::string& name) {
+  std::ifstream file("/proc/meminfo");
+  std::string word;
+  while (file >> word) {
+    if (word == name + ":" && file >> word) return word;
+    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+  }
+  return "?";
+}
+
+std::string describe(std::int32_t key, int shmid, const shmid_ds& segment) {
+  return "segment with key " + std::to_string(key) + ": shmid " + std::to_string(shmid) +
+         ", owner uid " + std::to_string(segment.shm_perm.uid) + ", " +
+         std::to_string(segment.shm_segsz) + " bytes, attached " +
+         std::to_string(segment.shm_nattch) + " times, created by pid " +
+         std::to_string(segment.shm_cpid);
+}
+
+std::string segment_count_or_pages() {
+  shm_info info{};
+  if (shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info)) < 0) {
+    return "kernel.shmmni=" + setting("kernel/shmmni") +
+           " segments or kernel.shmall=" + setting("kernel/shmall") + " pages";
+  }
+  const std::string most = setting("kernel/shmmni");
+  if (std::to_string(info.used_ids) == most) {
+    return "kernel.shmmni=" + most + " segments, in use now " + std::to_string(info.used_ids);
+  }
+  return "kernel.shmall=" + setting("kernel/shmall") + " pages, in use now " +
+         std::to_string(info.shm_tot);
+}
+
+std::string sets_or_semaphores() {
+  // SEM_INFO counts the sets and the semaphores in use where IPC_INFO tells other limits.
+  seminfo info{};
+  std::string use;
+  if (semctl(0, 0, SEM_INFO, &info) >= 0) {
+    use = ", in use now " + std::to_string(info.semusz) + " sets with " +
+          std::to_string(info.semaem) + " semaphores";
+  }
+  return "kernel.sem=" + setting("kernel/sem") + " (per set, in all, per operation, sets)" + use;
+}
+
+}  // namespace
+
+void hint_at_segment_limit(std::uint32_t size, int os_error) {
+  const std::string asked = "; asked for " + std::to_string(size) + " bytes";
+  if (os_error == ENOSPC) {
+    log_line(LEVEL_WRN, "kernel limit met: " + segment_count_or_pages() + asked);
+  } else if (os_error == EINVAL) {
+    log_line(LEVEL_WRN,
+             "kernel limit met: kernel.shmmax=" + setting("kernel/shmmax") + " bytes" + asked);
+  } else if (os_error == ENOMEM) {
+    log_line(LEVEL_WRN,
+             "kernel limit met: vm.overcommit_memory=" + setting("vm/overcommit_memory") +
+                 ", CommitLimit " + memory_figure("CommitLimit") + " kB, in use now " +
+                 memory_figure("Committed_AS") + " kB" + asked);
+  }
+}
+
+void hint_at_semaphore_limit(int os_error) {
+  if (os_error != ENOSPC && os_error != EINVAL && os_error != ENOMEM) return;
+  log_line(LEVEL_WRN, "kernel limit met: " + sets_or_semaphores());
+}
+
+void hint_at_segment_in_the_way(std::int32_t key) {
+  const int shmid = shmget(key, 0, 0);
+  shmid_ds segment{};
+  if (shmid < 0) return;
+  if (shmctl(shmid, IPC_STAT, &segment) == 0) {
+    log_line(LEVEL_WRN, "in the way: " + describe(key, shmid, segment));
+  } else {
+    log_line(LEVEL_WRN, "in the way: segment with key " + std::to_string(key) + ": shmid " +
+                            std::to_string(shmid) + ", which this user may not read");
+  }
+}
+
+void hint_at_adopted_set(std::int32_t key, int semid) {
+  semid_ds set{};
+  std::string text = "semaphore set with key " + std::to_string(key) +
+                     " exists and is taken over: semid " + std::to_string(semid);
+  if (semctl(semid, 0, IPC_STAT, &set) == 0) {
+    text += ", owner uid " + std::to_string(set.sem_perm.uid) + ", creator uid " +
+            std::to_string(set.sem_perm.cuid) + ", " + std::to_string(set.sem_nsems) +
+            " semaphores";
+  }
+  log_line(LEVEL_WRN, text);
+}
+
+void hint_at_attached_segment(std::int32_t key, int shmid) {
+  shmid_ds segment{};
+  if (shmid < 0 || shmctl(shmid, IPC_STAT, &segment) != 0 || segment.shm_nattch == 0) return;
+  log_line(LEVEL_WRN,
+           "removed while in use, and gone with the last detach: " + describe(key, shmid, segment));
+}
+
+void warn_of_forced_removal() {
+  if (setting("kernel/shm_rmid_forced") != "1") return;
+  log_line(LEVEL_WRN,
+           "kernel.shm_rmid_forced=1: the segments will vanish when this program ends, unless "
+           "somebody attaches them first");
+}
+
+}  // namespace resmgr

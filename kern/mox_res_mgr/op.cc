@@ -1,0 +1,63 @@
+#include "kern/mox_res_mgr/op.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "kern/devicefile.h"
+#include "kern/mox_res_mgr/report.h"
+
+namespace resmgr {
+
+void op::create(undo_log& log) {
+  initStatus_s(&stat);
+  ipc.create(log);
+  if (stat.failed()) {
+    STATUS_TRACE(stat);
+    return;
+  }
+  std::printf("node-%u:ipcbase=%d\n", node, ipc.ipcbase);
+  for (device_res& device : devices) {
+    device.create(log);
+    if (stat.failed()) {
+      STATUS_TRACE(stat);
+      return;
+    }
+  }
+}
+
+void op::del() {
+  // A node that names devices alone has no base key, and so no IPC resources to remove.
+  if (ipc.ipcbase != 0 || devices.empty()) ipc.del();
+  for (const device_res& device : devices) {
+    if (!mox_unlink(device.path)) {
+      log_os_error("removing", device.path.c_str(), errno);
+      std::printf("Error: delete of file %s failed\n", device.path.c_str());
+    }
+  }
+}
+
+bool op::search() {
+  return ipc.search();
+}
+
+bool op::search_ok(std::string& message) const {
+  message = devices.empty() ? "ok" : "--search not allowed for devices";
+  return devices.empty();
+}
+
+void op::debug() const {
+  std::printf("node %u\n", node);
+  std::printf("ipcbase %d databuf %u nlogbuf %u tlogbuf %u sqlbuf %u dictbuf %u evbuf %u\n",
+              ipc.ipcbase, ipc.size[DATABUF], ipc.size[NLOGBUF], ipc.size[TLOGBUF],
+              ipc.size[SQLBUF], ipc.size[DICTBUF], ipc.size[EVBUF]);
+  resmgr::debug(devices);
+}
+
+void debug(const device_list& devices) {
+  for (const device_res& device : devices) {
+    std::printf("device %u size %d path %s type %s\n", device.number, device.size,
+                device.path.c_str(), device.type.c_str());
+  }
+}
+
+}  // namespace resmgr

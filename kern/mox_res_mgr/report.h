@@ -1,0 +1,28 @@
+// What the resource manager says when something fails: its one status object, the error block on
+// standard output, and the fatal end of a run.
+#pragma once
+
+#include "errutils/statuss.h"
+
+namespace resmgr {
+
+// The one status object of the tool. Every operation clears it first; failed() afterwards means
+// that the operation failed.
+extern Status stat;
+
+// The position of a report, for the trace.
+#define HERE __FILE__, __LINE__
+
+// Prints the error block of `stat` and logs it at level INF; does nothing while its number is 0.
+void emit_korv_error(const char* file, int line);
+
+// Logs a failed call of the system that no status carries: "removing /a/b: Permission denied".
+void log_os_error(const char* activity, const char* object, int os_error);
+
+// Prints "abnormal termination, exit(1)" and ends the process with status 1.
+[[noreturn]] void crash();
+
+// Flushes standard output. False, with a line in the log, when a part of the reports was lost.
+bool output_written();
+
+}  // namespace resmgr

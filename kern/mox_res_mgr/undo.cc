@@ -1,0 +1,72 @@
+#include "kern/mox_res_mgr/undo.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "common/sharedmem.h"
+#include "kern/devicefile.h"
+#include "kern/mox_res_mgr/ipc_hints.h"
+#include "kern/mox_res_mgr/ipc_res.h"
+#include "kern/mox_res_mgr/report.h"
+#include "utl/semops.h"
+
+namespace resmgr {
+
+void replay(undo_log& log) {
+  for (std::unique_ptr<undo_op>& entry : log) {
+    entry->undo();
+    entry.reset();
+  }
+  log.clear();
+}
+
+void shm_undo_op::undo() {
+  initStatus_s(&stat);
+  if (segid_ != -1) {
+    sharedDetach(address_, stat);
+    if (stat.failed()) {
+      emit_korv_error(HERE);
+      std::printf("Error: detach of shared memory segment key %d segid %d failed\n", key_, segid_);
+      initStatus_s(&stat);
+    }
+  }
+  sharedRemoveOwned(key_, segid_, stat);
+  if (stat.failed()) {
+    emit_korv_error(HERE);
+    std::printf("Error: delete of shared memory segment %d failed\n", key_);
+    initStatus_s(&stat);
+  } else {
+    hint_at_attached_segment(key_, segid_);
+  }
+}
+
+void sem_undo_op::undo() {
+  MutexHandle handle = unmapped_mutex();
+  utlMapMutex(&stat, &handle, key_, count_);
+  const int present = utlMappedMutex();
+  if (present != -1 && present != semid_) {
+    // The key belongs to somebody else's set by now.
+    STATUS_SET(stat, SEV_ERROR, MOX_SEM_REMOVE_FAILED, EIDRM);
+    addStatusParam(&stat, std::to_string(key_).c_str());
+    utlUnmapMutex();
+  } else {
+    utlRemoveMutex(&stat);
+  }
+  if (stat.failed()) {
+    emit_korv_error(HERE);
+    std::printf("Error: delete of semaphores with %d failed\n", key_);
+    initStatus_s(&stat);
+  }
+}
+
+void device_undo_op::undo() {
+  std::printf("removing file %s\n", path_.c_str());
+  if (!mox_unlink(file_)) {
+    log_os_error("removing", file_.c_str(), errno);
+    emit_korv_error(HERE);
+    std::printf("Error: undo of device %s create failed\n", path_.c_str());
+    initStatus_s(&stat);
+  }
+}
+
+}  // namespace resmgr

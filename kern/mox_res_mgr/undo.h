@@ -1,0 +1,95 @@
+// The undo log: one entry for each resource that a command made, in the order in which it made
+// them. A failed CREATE and every CHECK replay it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace resmgr {
+
+class undo_op {
+ public:
+  virtual ~undo_op() = default;
+  // Undoes the resource and reports what fails; `stat` is clear afterwards.
+  virtual void undo() = 0;
+};
+
+using undo_log = std::vector<std::unique_ptr<undo_op>>;
+
+// Undoes every entry from the first to the last, and destroys each right after.
+void replay(undo_log& log);
+
+class shm_undo_op : public undo_op {
+ public:
+  explicit shm_undo_op(std::int32_t key) : key_(key) {}
+  void made(std::int32_t segid, char* address) {
+    segid_ = segid;
+    address_ = address;
+  }
+  void undo() override;
+
+ private:
+  std::int32_t key_;
+  std::int32_t segid_ = -1;
+  char* address_ = nullptr;
+};
+
+class sem_undo_op : public undo_op {
+ public:
+  sem_undo_op(std::int32_t key, int count) : key_(key), count_(count) {}
+  void made(int semid) { semid_ = semid; }
+  void undo() override;
+
+ private:
+  std::int32_t key_;
+  int count_;
+  int semid_ = -1;
+};
+
+class device_undo_op : public undo_op {
+ public:
+  // `file` is what the creation makes: another path than the device's when that is a symbolic link.
+  device_undo_op(std::string path, std::string file)
+      : path_(std::move(path)), file_(std::move(file)) {}
+  void made() {}
+  void undo() override;
+
+ private:
+  std::string path_;
+  std::string file_;
+};
+
+// Enters the undo of a resource that is about to be made, so that nothing can come between its
+// creation and its entry. Unless made() is called, the entry is taken back again.
+//
+//   announcement<shm_undo_op> entry(log, key);
+//   ... create the segment ...
+//   entry.made(shmid, address);
+template <class Entry>
+class announcement {
+ public:
+  template <class... Arguments>
+  explicit announcement(undo_log& log, Arguments&&... arguments) : log_(log) {
+    log.push_back(std::make_unique<Entry>(std::forward<Arguments>(arguments)...));
+  }
+  announcement(const announcement&) = delete;
+  announcement& operator=(const announcement&) = delete;
+  ~announcement() {
+    if (!made_) log_.pop_back();
+  }
+
+  template <class... Arguments>
+  void made(Arguments... arguments) {
+    static_cast<Entry&>(*log_.back()).made(arguments...);
+    made_ = true;
+  }
+
+ private:
+  undo_log& log_;
+  bool made_ = false;
+};
+
+}  // namespace resmgr

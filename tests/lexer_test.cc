@@ -1,0 +1,109 @@
+// Command text to tokens.
+#include "kern/mox_res_mgr/lexer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/throwing_crash.h"
+
+namespace resmgr {
+namespace {
+
+void begin(const std::string& text) {
+  in_buf = text;
+  tok_pos = 0;
+  tok_buf = err_buf = "";
+}
+
+std::string tokens(const std::string& text) {
+  begin(text);
+  std::string result;
+  for (token kind = gettoken(); kind != T_EOF; kind = gettoken()) {
+    if (!result.empty()) result += ' ';
+    result += token_name(kind);
+    if (kind == T_INT || kind == T_STRING) result += "(" + tok_buf + ")";
+  }
+  return result;
+}
+
+TEST(Lexer, CutsTextIntoTokens) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {" \t\r\n", ""},
+      {"node-0:", "T_NODE T_DASH T_INT(0) T_COLON"},
+      {"device-1.path=", "T_DEVICE T_DASH T_INT(1) T_DOT T_PATH T_EQUAL"},
+      {"--search -- search", "T_OPTION T_SEARCH T_OPTION T_SEARCH"},
+      {"---", "T_OPTION T_DASH"},
+      {"-", "T_DASH"},
+      {"ipcbase=0012", "T_IPCBASE T_EQUAL T_INT(0012)"},
+      {"12abc 0x10 100M", "T_INT(12) T_STRING(abc) T_INT(0) T_STRING(x10) T_INT(100) T_STRING(M)"},
+      {"CREATE Create creates", "T_STRING(CREATE) T_STRING(Create) T_STRING(creates)"},
+      {"create check delete search", "T_CREATE T_CHECK T_DELETE T_SEARCH"},
+      {"databuf nlogbuf tlogbuf dictbuf sqlbuf evbuf",
+       "T_DATABUF T_NLOGBUF T_TLOGBUF T_DICTBUF T_SQLBUF T_EVBUF"},
+      {"size path type data log", "T_SIZE T_PATH T_TYPE T_DATA T_LOG"},
+      {"a/b;\"c\" \xff\x01,", "T_STRING(a/b;\"c\") T_STRING(\xff\x01) T_COMMA"},
+      {"node1 x9:", "T_STRING(node1) T_STRING(x9) T_COLON"},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(tokens(text), expected) << text;
+  EXPECT_EQ(token_name(static_cast<token>(T_ERROR + 1)), nullptr);
+}
+
+TEST(Lexer, ReadsPathsAsTheyStand) {
+  const struct {
+    const char* text;
+    token kind;
+    const char* path;
+    const char* rest;
+  } cases[] = {
+      {"/dev/dsk/disk3,size=10", T_STRING, "/dev/dsk/disk3", ",size=10"},
+      {" /a.b-c:d=e f", T_STRING, "/a.b-c:d=e", "f"},
+      {"\"my disk\",x", T_STRING, "my disk", ",x"},
+      {"\"\"x", T_STRING, "", "x"},
+      {"\"abc", T_STRING, "ab", ""},
+      {"\"", T_STRING, "", ""},
+      {"  ,x", T_STRING, "", ",x"},
+      {"data", T_STRING, "data", ""},
+      {"   ", T_EOF, "", ""},
+      {"", T_STRING, "=", ""},
+  };
+  for (const auto& c : cases) {
+    begin(c.text);
+    tok_buf = "=";
+    EXPECT_EQ(getstring(), c.kind) << c.text;
+    EXPECT_EQ(tok_buf, c.path) << c.text;
+    EXPECT_EQ(in_buf.substr(tok_pos), c.rest) << c.text;
+  }
+}
+
+// The whole report is checked end to end; here, where the caret stands.
+TEST(Lexer, PointsAtTheLastCharacterRead) {
+  const struct {
+    const char* text;
+    const char* report;
+  } cases[] = {
+      {"", "Error: \\n\n\n^\nUsage"},
+      {"x", "Error: x\\n\nx\n^\nUsage"},
+      {" create 17 node", "Error: 17\n create 17\n         ^\nUsage"},
+      {" create  ", "Error: create\\n\n create  \n        ^\nUsage"},
+  };
+  for (const auto& c : cases) {
+    begin(c.text);
+    lookahead = gettoken();
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(
+        {
+          match(T_CREATE);
+          error();
+        },
+        RunEnded);
+    const std::string report = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(report.substr(0, std::string(c.report).size()), c.report);
+  }
+}
+
+}  // namespace
+}  // namespace resmgr

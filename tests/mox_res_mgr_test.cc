@@ -1,0 +1,356 @@
+// The resource manager end to end: what it prints, what it returns, and what the kernel then holds.
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/ipc_namespace.h"
+#include "tests/support/process.h"
+
+namespace {
+
+const std::string usage_text =
+    "Usage: " MOX_RES_MGR
+    " <command>\n"
+    "keywords are marked in uppercase below, but are case insignificant\n"
+    "\n"
+    "<command> ::= <create> | <check> | <delete>;\n"
+    "<create>  ::= CREATE [--search] <create_spec> [create_spec]...\n"
+    "<check>   ::= CHECK  [--search] <check_spec>  [check_spec]...\n"
+    "<delete>  ::= DELETE            <delete_spec> [delete_spec]...\n"
+    "\n"
+    "<delete_spec>      ::= <node_spec> <path_or_base> [, <path_or_base> ]...\n"
+    "<path_or_base>     ::= <ipc_spec> | <device_path_spec>\n"
+    "<device_path_spec> ::= <device_spec>  PATH = <string> (* Path to device *)\n"
+    "<create_spec>      ::= <node_spec> <ipc_assignment> [, <ipc_assignment>]...\n"
+    "<check_spec>       ::= <node_spec> <assignment> [, assignment]...\n"
+    "<node_spec>        ::= NODE-  <node_no> :\n"
+    "<assignment>       ::= <ipc_assignment> | <device_spec> <device_assignment>\n"
+    "<ipc_assignment>   ::= \n"
+    "  <ipc_spec> |\n"
+    "  DATABUF = Int64 |  (* Size of data buffer in bytes *)\n"
+    "  NLOGBUF = Int32 |  (* Size of buffer for node-internal log in bytes *)\n"
+    "  TLOGBUF = Int32 |  (* Size of tuple log buffer in bytes *)\n"
+    "  SQLBUF  = Int32 |  (* Size SQL work area in bytes *)\n"
+    "  EVBUF   = Int32;   (* Size of event buffer in bytes *)\n"
+    "<ipc_spec>         ::= IPCBASE = Int32; (* Base for IPC keys, search will start here *)\n"
+    "<device_spec>      ::= DEVICE-  <device_no> .\n"
+    "<device_assignment>::= \n"
+    "  SIZE    = Int32 |  (* Size in MB *)\n"
+    "  PATH    = <string> (* Path to device *)\n"
+    "<node_no>          ::= Int32\n"
+    "<device_no>        ::= Int32 (* This is a free numbering, not the device ID.*)\n"
+    "<string>           ::= [^. ]+\n";
+const std::string abnormal = "abnormal termination, exit(1)\n";
+
+std::vector<std::string> words(const std::string& line) {
+  std::istringstream stream(line);
+  std::vector<std::string> result{MOX_RES_MGR};
+  for (std::string word; stream >> word;) result.push_back(word);
+  return result;
+}
+
+RunResult run(const std::string& line) {
+  return run_program(words(line));
+}
+
+// "RESMGR ERROR Error number ...", the line that stands in front of an "Error:" line.
+std::string block(int number, int severity, const std::string& text, int os_error = 0) {
+  char head[100];
+  std::snprintf(head, sizeof head,
+                "RESMGR ERROR Error number %d severity %d KORV-%c-%05d: ", number, severity,
+                severity == 4 ? 'S' : 'E', number);
+  std::string line = head + text;
+  if (os_error != 0) {
+    line +=
+        ", OS status=" + std::to_string(os_error) + " OS error message: " + std::strerror(os_error);
+  }
+  return line + "\n";
+}
+
+std::string no_segment(int key) {
+  const std::string text = std::to_string(key);
+  return block(5510, 4, "Getting shared memory segment with key \"" + text + "\" failed", ENOENT) +
+         "Error: delete of shared memory segment " + text + " failed\n";
+}
+
+class ResourceManager : public IpcTest {
+ protected:
+  std::string folder() {
+    if (folder_.empty()) folder_ = testing::TempDir() + "resmgr." + std::to_string(getpid());
+    std::filesystem::create_directory(folder_);
+    return folder_;
+  }
+  void TearDown() override {
+    if (!folder_.empty()) std::filesystem::remove_all(folder_);
+  }
+
+ private:
+  std::string folder_;
+};
+
+TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
+  const RunResult create = run("create --search node-1: ipcbase=5000, databuf=1048576");
+  EXPECT_EQ(create.out, "checking ipcbase 5000\nnode-1:ipcbase=5000\n");
+  EXPECT_EQ(create.err, "");
+  EXPECT_EQ(create.status, 0);
+  const std::vector<KernelSegment> segments = kernel_segments();
+  ASSERT_EQ(segments.size(), 2U);
+  EXPECT_EQ(segments[0], (KernelSegment{5001, segments[0].shmid, "660", 1048576, 0}));
+  EXPECT_EQ(segments[1], (KernelSegment{5004, segments[1].shmid, "660", 4194304, 0}));
+  const std::vector<KernelSet> sets = kernel_sets();
+  ASSERT_EQ(sets.size(), 1U);
+  EXPECT_EQ(sets[0], (KernelSet{5005, sets[0].semid, "660", 8}));
+  EXPECT_EQ(semctl(sets[0].semid, 7, GETVAL), 1);
+
+  const RunResult del = run("delete node-1: ipcbase=5000");
+  EXPECT_EQ(del.out, no_segment(5002) + no_segment(5003) + no_segment(5005));
+  EXPECT_EQ(del.status, 0);
+  EXPECT_TRUE(kernel_segments().empty());
+  EXPECT_TRUE(kernel_sets().empty());
+
+  const RunResult again = run("delete node-1: ipcbase=5000");
+  EXPECT_EQ(again.out, block(5520, 3, "Creating semaphore with key \"5005\" failed", ENOENT) +
+                           "Error: cannot attach to semaphore 5005\n" + no_segment(5001) +
+                           no_segment(5002) + no_segment(5003) + no_segment(5004) +
+                           no_segment(5005));
+  EXPECT_EQ(again.status, 0);
+}
+
+TEST_F(ResourceManager, PutsEveryBufferOnItsKey) {
+  EXPECT_EQ(run("create node-0: ipcbase=100, databuf=1, tlogbuf=2, nlogbuf=3, sqlbuf=5, evbuf=7 "
+                "node-9: ipcbase=2147483644")
+                .out,
+            "checking ipcbase 100\nnode-0:ipcbase=100\n"
+            "checking ipcbase 2147483644\nnode-9:ipcbase=2147483644\n");
+  std::vector<std::pair<int, long>> found;
+  for (const KernelSegment& s : kernel_segments()) found.emplace_back(s.key, s.size);
+  // Behind the largest key follows the smallest.
+  EXPECT_EQ(found, (std::vector<std::pair<int, long>>{{-2147483648, 4194304},
+                                                      {101, 1},
+                                                      {102, 2},
+                                                      {103, 3},
+                                                      {104, 4194304},
+                                                      {105, 5},
+                                                      {107, 7}}));
+  EXPECT_EQ(set_keys(), (std::vector<int>{-2147483647, 105}));
+}
+
+TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
+  const int stranger = shmget(2003, 10, IPC_CREAT | 0600);
+  const RunResult create =
+      run("create node-0: ipcbase=1000, evbuf=10 node-1: ipcbase=2000, databuf=10, nlogbuf=10");
+  EXPECT_EQ(create.out,
+            "checking ipcbase 1000\nnode-0:ipcbase=1000\nchecking ipcbase 2000\n" +
+                block(5515, 4, "Shared memory segment with key \"2003\" exists already") +
+                "Error: create failed, removing 4 elements\n" + abnormal);
+  EXPECT_EQ(create.status, 1);
+  EXPECT_NE(create.err.find("in the way: segment with key 2003: shmid " + std::to_string(stranger) +
+                            ", owner uid "),
+            std::string::npos);
+  EXPECT_EQ(segment_keys(), std::vector<int>{2003});
+  EXPECT_TRUE(kernel_sets().empty());
+}
+
+TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {
+  semget(1005, 8, IPC_CREAT | 0600);
+  EXPECT_EQ(run("create node-0: ipcbase=1000").status, 0);
+  EXPECT_EQ(run("create node-1: ipcbase=1000").status, 1);
+  EXPECT_EQ(set_keys(), std::vector<int>{1005});
+  // One that has fewer semaphores exists, too, but is of no use.
+  semget(3005, 2, IPC_CREAT | 0600);
+  const RunResult small = run("create node-2: ipcbase=3000");
+  const std::string failure = block(5520, 3, "Creating semaphore with key \"3005\" failed", EINVAL);
+  EXPECT_EQ(small.out, "checking ipcbase 3000\n" + failure + "Error: mutex creation failed\n" +
+                           failure + "Error: create failed, removing 1 elements\n" + abnormal);
+  EXPECT_EQ(segment_keys(), std::vector<int>{1004});
+  EXPECT_EQ(set_keys(), (std::vector<int>{1005, 3005}));
+}
+
+TEST_F(ResourceManager, SearchesRoundKeysInUse) {
+  for (const int key : {102, 109}) shmget(key, 10, IPC_CREAT | (key == 109 ? 0 : 0600));
+  // Nameless segments have key 0, all of them.
+  for (int i = 0; i < 3; ++i) shmget(IPC_PRIVATE, 10, 0600);
+  shmget(3, 10, IPC_CREAT | 0600);
+  semget(115, 1, IPC_CREAT | 0600);
+  const RunResult create =
+      run("create --search node-0: ipcbase=100 node-1: ipcbase=100 node-2: evbuf=0");
+  EXPECT_EQ(create.out,
+            "checking ipcbase 111\nnode-0:ipcbase=111\nchecking ipcbase 119\nnode-1:ipcbase=119\n"
+            "checking ipcbase 4\nnode-2:ipcbase=4\n");
+  EXPECT_EQ(create.status, 0);
+}
+
+TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
+  const RunResult good = run("check node-1: ipcbase=10, databuf=5 node-2: ipcbase=20");
+  EXPECT_EQ(good.out,
+            "checking ipcbase 10\nnode-1:ipcbase=10\nchecking ipcbase 20\nnode-2:ipcbase=20\n");
+  EXPECT_EQ(good.status, 0);
+  const RunResult bad = run("check node-1: ipcbase=10 node-2: ipcbase=10");
+  EXPECT_EQ(bad.out, "checking ipcbase 10\nnode-1:ipcbase=10\nchecking ipcbase 10\n" +
+                         block(5515, 4, "Shared memory segment with key \"14\" exists already") +
+                         "Error: check failed\n");
+  EXPECT_EQ(bad.status, 0);
+  EXPECT_TRUE(kernel_segments().empty());
+  EXPECT_TRUE(kernel_sets().empty());
+  const RunResult refused = run("check --search node-0: ipcbase=100, device-0.path=/x");
+  EXPECT_EQ(refused.out, "Error: --search not allowed for devices\n" + abnormal);
+  EXPECT_EQ(refused.status, 1);
+}
+
+TEST_F(ResourceManager, RefusesKeyZeroEverywhere) {
+  const std::string failure =
+      "Error: illegal key 0\n" +
+      block(5510, 4, "Getting shared memory segment with key \"0\" failed, OS status=0");
+  const RunResult create = run("create node-0: ipcbase=0");
+  EXPECT_EQ(create.out, failure + "Error: create failed, removing 0 elements\n" + abnormal);
+  EXPECT_EQ(create.status, 1);
+  EXPECT_EQ(run("check node-0:").out, failure + "Error: check failed\n");
+  shmget(1, 10, IPC_CREAT | 0600);
+  EXPECT_EQ(run("delete node-0: ipcbase=0").out, "Error: illegal key 0\n");
+  EXPECT_EQ(segment_keys(), std::vector<int>{1});
+}
+
+TEST_F(ResourceManager, NamesTheKernelLimitThatItMet) {
+  std::ofstream("/proc/sys/kernel/shmmni") << 1;
+  const RunResult count = run("create node-0: ipcbase=10, databuf=5");
+  EXPECT_EQ(count.out,
+            "checking ipcbase 10\n" +
+                block(5510, 4, "Getting shared memory segment with key \"14\" failed", ENOSPC) +
+                "Error: create failed, removing 1 elements\n" + abnormal);
+  EXPECT_NE(count.err.find("kernel limit met: kernel.shmmni=1 segments, in use now 1; "),
+            std::string::npos)
+      << count.err;
+  std::ofstream("/proc/sys/kernel/shmmni") << 9;
+  std::ofstream("/proc/sys/kernel/shmmax") << 4000000;
+  EXPECT_NE(run("create node-0: ipcbase=10").err.find("kernel.shmmax=4000000 bytes; asked for 419"),
+            std::string::npos);
+  std::ofstream("/proc/sys/kernel/shmmax") << 5000000;
+  std::ofstream("/proc/sys/kernel/sem") << "32000 1024000000 500 0";
+  EXPECT_NE(run("create node-0: ipcbase=10")
+                .err.find("kernel limit met: kernel.sem=32000\t1024000000\t500\t0 (per set, in "
+                          "all, per operation, sets), in use now 0 sets with 0 semaphores"),
+            std::string::npos);
+  std::ofstream("/proc/sys/kernel/sem") << "32000 1024000000 500 9";
+  std::ofstream("/proc/sys/kernel/shm_rmid_forced") << 1;
+  EXPECT_NE(run("create node-0: ipcbase=10").err.find("kernel.shm_rmid_forced=1: "),
+            std::string::npos);
+  EXPECT_TRUE(kernel_segments().empty());
+}
+
+TEST_F(ResourceManager, SaysWhatASegmentInUseMeansForItsRemoval) {
+  void* address = shmat(shmget(14, 10, IPC_CREAT | 0600), nullptr, 0);
+  const RunResult del = run("delete node-0: ipcbase=10");
+  EXPECT_NE(
+      del.err.find("removed while in use, and gone with the last detach: segment with key 14"),
+      std::string::npos);
+  EXPECT_EQ(del.out.find("segment 14 "), std::string::npos);
+  shmdt(address);
+  EXPECT_TRUE(kernel_segments().empty());
+}
+
+TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
+  const std::string version = run("-v").out;
+  EXPECT_EQ(version.find("\nMox Database Server 1.0 Resource manager utility\nVersion     : 1.0."),
+            0U);
+  const std::string standard_options =
+      "\nOption  (Mnemonic  ) Explanation     Environment variable\n"
+      "    -h  (help      )\n    -v  (version   )\n    -V  (Version   )\n"
+      "    -f: (input    f) <input file>\n";
+  const std::string nothing_read = "Error: \\n\n\n^\n" + usage_text + abnormal;
+  const struct {
+    const char* line;
+    std::string out;
+    int status;
+  } cases[] = {
+      {"-v", version, 0},
+      {"-vV", version, 0},
+      {"-h -f /nonexistent", usage_text + standard_options, 0},
+      {"", nothing_read, 1},
+      {"-n 3", "opt: ?\nError: 3\\n\n 3\n ^\n" + usage_text + abnormal, 1},
+      {"-f /nonexistent create node-0:",
+       block(5500, 4, "Opening file \"/nonexistent\" failed", ENOENT), 1},
+      {"CREATE node-0:", "Error: CREATE\n CREATE\n      ^\n" + usage_text + abnormal, 1},
+      {"delete --search node-0: ipcbase=5",
+       "Error: --\n delete --\n         ^\n" + usage_text + abnormal, 1},
+      {"create --find node-0:",
+       "Error: find\n create --find\n             ^\n" + usage_text + abnormal, 1},
+  };
+  for (const auto& c : cases) {
+    const RunResult result = run(c.line);
+    EXPECT_EQ(result.out, c.out) << c.line;
+    EXPECT_EQ(result.status, c.status) << c.line;
+  }
+  const std::string link = run("-V").out;
+  EXPECT_EQ(link.find(version + "link_time   : "), 0U);
+  EXPECT_NE(link.find("\nlink_command: "), std::string::npos);
+  EXPECT_EQ(run("-v -V").out, version + link + nothing_read);
+
+  std::string many = "create node-0:";
+  for (int i = 0; i < 199; ++i) many += " ipcbase=1,";
+  const RunResult lost = run(many);
+  EXPECT_EQ(lost.out,
+            "Error: too many words for a command line, put the command into a file (-f)\n");
+  EXPECT_EQ(lost.status, 1);
+}
+
+TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
+  const std::string path = folder() + "/command";
+  const auto run_text = [&](const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+    return run("-f " + path + " these words do not count");
+  };
+  const RunResult good = run_text("create\tnode-0:\r\n  ipcbase=100\n");
+  EXPECT_EQ(good.out, "checking ipcbase 100\nnode-0:ipcbase=100\n");
+  EXPECT_EQ(good.status, 0);
+  EXPECT_EQ(run_text("").out, "Error: \\n\n\n^\n" + usage_text + abnormal);
+  EXPECT_EQ(run_text(" \n\t ").status, 1);
+
+  const RunResult zero = run_text(std::string("delete node-0: ipcbase=100\0 node-1:", 35));
+  EXPECT_EQ(zero.out, "Error: command file " + path + " holds a zero byte\n");
+  EXPECT_EQ(zero.status, 1);
+  EXPECT_EQ(segment_keys(), std::vector<int>{104});
+
+  const RunResult dir = run("-f " + folder());
+  EXPECT_EQ(dir.out, block(5502, 4, "Reading file \"" + folder() + "\" failed", EISDIR));
+  EXPECT_EQ(dir.status, 1);
+  ASSERT_EQ(mkfifo((path + ".fifo").c_str(), 0600), 0);
+  EXPECT_EQ(run("-f " + path + ".fifo").status, 1);
+
+  std::string million = "create";
+  for (int i = 0; i < 1000000; ++i) million += " x";
+  const RunResult large = run_text(million);
+  EXPECT_EQ(large.out, "Error: x\n create x\n        ^\n" + usage_text + abnormal);
+}
+
+// The report may be lost; what the command did, and what its status says of it, may not.
+TEST_F(ResourceManager, SurvivesAClosedOrFullStandardOutput) {
+  for (const char* redirection : {" >&-", " >/dev/full", " | true"}) {
+    const auto shell = [&](const std::string& command) {
+      return run_program(
+          {"/bin/bash", "-c",
+           "set -o pipefail; (sleep 0.1; exec " MOX_RES_MGR " " + command + ")" + redirection});
+    };
+    const RunResult create = shell("create node-0: ipcbase=10 node-1: ipcbase=20");
+    EXPECT_EQ(create.status, 0) << redirection;
+    EXPECT_NE(create.err.find("standard output could not be written"), std::string::npos);
+    EXPECT_EQ(segment_keys(), (std::vector<int>{14, 24})) << redirection;
+    EXPECT_EQ(shell("check node-0: ipcbase=10").status, 1) << redirection;
+    EXPECT_EQ(shell("create node-2: ipcbase=30 node-0: ipcbase=10").status, 1) << redirection;
+    EXPECT_EQ(shell("delete node-0: ipcbase=10 node-1: ipcbase=20").status, 1) << redirection;
+    EXPECT_TRUE(kernel_segments().empty()) << redirection;
+    EXPECT_TRUE(kernel_sets().empty()) << redirection;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,167 @@
+// The layer over System V shared memory and semaphores, against the kernel.
+#include "common/sharedmem.h"
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "tests/support/ipc_namespace.h"
+#include "utl/semops.h"
+
+namespace {
+
+class SharedMemory : public IpcTest {
+ protected:
+  // "number/severity/os error/parameter", or "ok".
+  std::string outcome() {
+    if (!status.failed()) return "ok";
+    return std::to_string(status.number) + "/" + std::to_string(status.severity) + "/" +
+           std::to_string(status.os_error) + "/" + (status.param_count > 0 ? status.params : "");
+  }
+
+  Status status;
+  char* address = nullptr;
+};
+using Semaphores = SharedMemory;
+
+TEST_F(SharedMemory, CreatesExclusivelyAndLeavesStrangersAlone) {
+  const int shmid = sharedCreateIfNotExists(41, 5000, address, status);
+  EXPECT_EQ(outcome(), "ok");
+  EXPECT_EQ(kernel_segments(), (std::vector<KernelSegment>{{41, shmid, "660", 5000, 1}}));
+  address[4999] = 'x';
+
+  char* other = nullptr;
+  EXPECT_EQ(sharedCreateIfNotExists(41, 5000, other, status), shmid);
+  EXPECT_EQ(outcome(), "5515/4/0/41");
+  EXPECT_EQ(other, nullptr);
+  // A status that holds a failure stops the next operation before it begins.
+  EXPECT_EQ(sharedCreateIfNotExists(42, 5000, other, status), -1);
+  EXPECT_EQ(outcome(), "5515/4/0/41");
+  EXPECT_EQ(kernel_segments(), (std::vector<KernelSegment>{{41, shmid, "660", 5000, 1}}));
+
+  EXPECT_EQ(sharedDetach(address, status), 0);
+  EXPECT_EQ(sharedDetach(address, status), -1);
+  EXPECT_EQ(outcome(), "5513/4/22/");
+  sharedRemove(shmid, status);
+  EXPECT_EQ(outcome(), "ok");
+  sharedRemove(shmid, status);
+  EXPECT_EQ(outcome(), "5511/4/22/" + std::to_string(shmid));
+  sharedRemove(41, 0U, status);
+  EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
+}
+
+TEST_F(SharedMemory, RemovesByKeyOnlyWhatItOwns) {
+  const int ours = sharedCreate(41, 100, status);
+  shmctl(ours, IPC_RMID, nullptr);
+  const int theirs = shmget(41, 100, IPC_CREAT | 0600);
+  sharedRemoveOwned(41, ours, status);
+  EXPECT_EQ(outcome(), "5511/4/" + std::to_string(EIDRM) + "/" + std::to_string(ours));
+  EXPECT_EQ(segment_keys(), std::vector<int>{41});
+  sharedRemoveOwned(41, theirs, status);
+  EXPECT_EQ(outcome(), "ok");
+  sharedRemoveOwned(41, theirs, status);
+  EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
+}
+
+TEST_F(SharedMemory, TellsSizesAndRefusesAnUnexpectedOne) {
+  const int shmid = sharedGet(7, 8192, 8192, status, ipcCreateFlags);
+  EXPECT_EQ(outcome(), "ok");
+  EXPECT_EQ(sharedSize(shmid, status), 8192);
+  EXPECT_EQ(sharedSizeFromKey(7, status), 8192U);
+  EXPECT_EQ(sharedGet(7, 0, 4096, status, 0), -1);
+  EXPECT_EQ(outcome(), "5510/4/0/7");
+  EXPECT_EQ(sharedCreate(7, 9000, status), -1);
+  EXPECT_EQ(outcome(), "5510/4/22/7");
+  EXPECT_EQ(sharedSizeFromKey(8, status), 0U);
+  EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/8");
+  EXPECT_EQ(sharedSize(shmid + 1, status), 0);
+  EXPECT_EQ(outcome(), "5514/4/22/" + std::to_string(shmid + 1));
+  EXPECT_EQ(sharedAttach(shmid + 1, nullptr, status, 1), nullptr);
+  EXPECT_EQ(outcome(), "5512/4/22/");
+  // Anew, in the place of the old one.
+  EXPECT_NE(sharedCreate(7, 100, nullptr, status), nullptr);
+  EXPECT_EQ(outcome(), "ok");
+  ASSERT_EQ(kernel_segments().size(), 1U);
+  EXPECT_NE(kernel_segments()[0].shmid, shmid);
+}
+
+TEST_F(SharedMemory, ListsEverySegmentOfTheHost) {
+  unsigned count = 99;
+  EXPECT_TRUE(sharedKeys(nullptr, 0, &count));
+  EXPECT_EQ(count, 0U);
+  // With a hole in the kernel's table, a nameless segment, and one that nobody may read.
+  for (const int key : {5, 6, 7, -3}) shmget(key, 100, IPC_CREAT | (key == 7 ? 0 : 0600));
+  shmctl(shmget(6, 0, 0), IPC_RMID, nullptr);
+  shmget(IPC_PRIVATE, 100, 0600);
+  std::array<int, 8> keys{};
+  EXPECT_TRUE(sharedKeys(keys.data(), keys.size(), &count));
+  ASSERT_EQ(count, 4U);
+  std::sort(keys.begin(), keys.begin() + count);
+  EXPECT_EQ(std::vector<int>(keys.begin(), keys.begin() + count), (std::vector<int>{-3, 0, 5, 7}));
+  EXPECT_FALSE(sharedKeys(keys.data(), 3, &count));
+}
+
+TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
+  MutexHandle handle{};
+  EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), -1);
+  EXPECT_EQ(outcome(), "5520/3/" + std::to_string(ENOENT) + "/9");
+  EXPECT_EQ(utlMappedMutex(), -1);
+  EXPECT_EQ(utlRemoveMutex(&status), -1);
+  EXPECT_EQ(outcome(), "5522/3/22/9");
+  utlUnmapMutex();
+
+  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 8), 0);
+  const int semid = utlMappedMutex();
+  EXPECT_EQ(kernel_sets(), (std::vector<KernelSet>{{9, semid, "660", 8}}));
+  std::array<unsigned short, 8> values{};
+  semctl(semid, 0, GETALL, values.data());
+  EXPECT_EQ(values, (std::array<unsigned short, 8>{1, 1, 1, 1, 1, 1, 1, 1}));
+
+  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 8), -1);
+  EXPECT_EQ(outcome(), "5520/3/" + std::to_string(EEXIST) + "/9");
+  utlUnmapMutex();
+  EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), 0);
+  EXPECT_EQ(utlRemoveMutex(&status), 0);
+  EXPECT_EQ(utlMappedMutex(), -1);
+  EXPECT_TRUE(kernel_sets().empty());
+}
+
+TEST_F(Semaphores, ServeAsMutexes) {
+  MutexHandle handle{};
+  std::array<MutexRecord, 3> table{};
+  int state = -1;
+  int index = -1;
+  EXPECT_EQ(uwtsem(&status, &table[0]), 0);  // nothing is mapped
+  ASSERT_EQ(utlCreateMutex(&status, &handle, 9, 3), 0);
+  const int semid = utlMappedMutex();
+  utlInitMutex(&handle, table.data());
+
+  EXPECT_EQ(uwtsem(&status, &table[1]), 0);
+  EXPECT_EQ(table[1].who, getpid());
+  EXPECT_EQ(table[1].hold_count, 1);
+  EXPECT_EQ(semctl(semid, 1, GETVAL), 0);
+  EXPECT_EQ(ucksem(&status, &state, &index), 0);
+  EXPECT_EQ(std::make_pair(state, index), std::make_pair(0, -1));
+  EXPECT_EQ(urlsem(&status, &table[1]), 0);
+  EXPECT_EQ(urlsem(&status, &table[1]), 0);  // free by now: nothing happens
+  EXPECT_EQ(semctl(semid, 1, GETVAL), 1);
+
+  table[2].who = 77;
+  EXPECT_EQ(ucksem(&status, &state, &index), 0);
+  EXPECT_EQ(std::make_pair(state, index), std::make_pair(2, 2));
+  EXPECT_EXIT(urlsem(&status, &table[2]), testing::ExitedWithCode(1),
+              "urlsem: Mutex reserved by another process");
+  utlClearMutex(&handle, 77);
+  semctl(semid, 0, SETVAL, 2);
+  EXPECT_EQ(ucksem(&status, &state, &index), 0);
+  EXPECT_EQ(std::make_pair(state, index), std::make_pair(1, 0));
+}
+
+}  // namespace
