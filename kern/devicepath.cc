@@ -21,7 +21,7 @@ std::string resolve_symlink(const std::string& path, int& error) {
       return at;
     }
     const std::string link(target, static_cast<std::size_t>(length));
-    at = link.starts_with('/') ? link : get_dirname(at) + "/" + link;
+    at = link.starts_with('/') ? link : get_dirname(at).append("/").append(link);
   }
   error = ELOOP;
   return at;

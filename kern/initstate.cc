@@ -38,12 +38,16 @@ void cleanup() {
   clean_name.clear();
 }
 
+void flush_report() {
+  (void)std::fflush(stdout);
+}
+
 void devinit_report(const char* text, int os_error) {
-  std::fflush(stdout);  // so that the error stands behind what was printed before it
+  flush_report();  // so that the error stands behind what was printed before it
   if (os_error != 0) {
-    std::fprintf(stderr, "\nDEVINIT-ERROR: %s %s\n", text, std::strerror(os_error));
+    (void)std::fprintf(stderr, "\nDEVINIT-ERROR: %s %s\n", text, std::strerror(os_error));
   } else {
-    std::fprintf(stderr, "\nDEVINIT-ERROR: %s\n", text);
+    (void)std::fprintf(stderr, "\nDEVINIT-ERROR: %s\n", text);
   }
 }
 

@@ -18,6 +18,9 @@ extern std::uint64_t totdevsize;  // bytes of blocks to be written in all
 // which was open there: device nodes and strangers' files stay.
 void cleanup();
 
+// Shows what was printed so far. A report that is lost is an error at the end of the run, not here.
+void flush_report();
+
 // Prints "\nDEVINIT-ERROR: " and the text on standard error, and the OS text of a non-zero error.
 void devinit_report(const char* text, int os_error = 0);
 

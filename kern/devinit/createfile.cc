@@ -1,0 +1,126 @@
+#include "kern/devinit/createfile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+
+#include "kern/devicefile.h"
+#include "kern/devicepath.h"
+#include "kern/devicespace.h"
+#include "kern/devinit/headerreport.h"
+#include "kern/devinit/interrupt.h"
+#include "kern/devinit/writeblocks.h"
+#include "kern/initstate.h"
+
+namespace {
+
+constexpr std::uint32_t guard_word = 0xaaaa;
+constexpr unsigned older_region_size = DiskInfo::older_data_offset;
+
+DiskInfo requested_header(const Options& options) {
+  return {options.file,
+          static_cast<std::uint32_t>(options.blocks),
+          static_cast<std::uint16_t>(options.block_size),
+          options.device_number,
+          static_cast<std::int8_t>(options.log_device),
+          guard_word};
+}
+
+void refuse_illegal_request(const Options& options) {
+  if (options.device_number < 0 || options.device_number > 8) {
+    devinit_fail("File number out of range");
+  }
+  if (options.block_size < 1024 || options.block_size > 32768 ||
+      !std::has_single_bit(static_cast<std::uint64_t>(options.block_size))) {
+    devinit_fail("Illegal block size");
+  }
+}
+
+void stamp_time(DiskInfo& info) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  info.seconds = static_cast<std::int32_t>(now.tv_sec);
+  info.microseconds = static_cast<std::uint32_t>(now.tv_usec);
+}
+
+void refuse_unusable(mode_t mode) {
+  if (unusable_kind(mode) != 0) devinit_fail("File must be regular file or raw device");
+}
+
+// Never waits for the other end of a FIFO: the kind is looked at before the open, which would fail
+// in other words, and after it, when the path may have changed.
+void open_device(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) == 0) refuse_unusable(status.st_mode);
+  const int fd = open(path, device_open_flags() | O_NONBLOCK, 0600);
+  if (fd < 0) devinit_fail("open", errno);
+  clean_fd = fd;
+  int error = 0;
+  clean_name = resolve_symlink(path, error);
+  if (fstat(fd, &status) != 0) devinit_fail("fstat", errno);
+  refuse_unusable(status.st_mode);
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) devinit_fail("fcntl", errno);
+}
+
+void write_header(DirectFile& file, const DiskInfo& info, unsigned char* region) {
+  std::fill_n(region, header_region_size, static_cast<unsigned char>(0));
+  info.put(region);
+  const ssize_t written = file.write(region, header_region_size, DiskInfo::current_header_offset);
+  if (written != header_region_size) crashwriting(errno);
+}
+
+void read_region(DirectFile& file, unsigned char* region, unsigned size, std::uint64_t offset) {
+  const ssize_t bytes = file.read(region, size, static_cast<long long>(offset));
+  const int error = errno;
+  if (bytes == static_cast<ssize_t>(size)) return;
+  devinit_report("verify header", error);
+  if (bytes >= 0) (void)std::fprintf(stderr, "%zd of %u bytes read\n", bytes, size);
+  devinit_fail("Cannot verify file header");
+}
+
+void judge_found_header(DirectFile& file, unsigned char* region, DiskInfo& info) {
+  if (info.signature != DiskInfo::current_signature) {
+    read_region(file, region, older_region_size, DiskInfo::older_header_offset);
+    info.get(region);
+    std::printf("%s\n", info.signature == DiskInfo::older_signature
+                            ? "Pre V4.2 version header detected"
+                            : "Signature wrong, device probably uninitialized");
+  }
+  info.bitmap_switch = 1;
+  report_header(info);
+}
+
+}  // namespace
+
+DirectFile create_file(const Options& options, unsigned char* region, DiskInfo& info) {
+  info = requested_header(options);
+  if (readVerify == 0) {
+    refuse_illegal_request(options);
+    stamp_time(info);
+    totdevsize = std::uint64_t{info.blocks} * info.block_size;
+    if (!has_space(options.file, totdevsize + info.data_blocks_offset)) {
+      devinit_fail("Not enough space on disk");
+    }
+  }
+  checkpoint();
+  open_device(options.file);
+  DirectFile file(clean_fd);
+  if (readVerify == 0) write_header(file, info, region);
+  read_region(file, region, header_region_size, DiskInfo::current_header_offset);
+  info.get(region);
+  if (readVerify != 0) {
+    judge_found_header(file, region, info);
+  } else if (info.flip != info.flop) {
+    devinit_fail("fileInfo.flip != fileInfo.flop");
+  }
+  // A device may also swallow the header, and give back anything.
+  refuse_impossible_geometry(info);
+  info.bitmap_switch = 1;  // stored as 0, yet every data device has its bitmap
+  return file;
+}

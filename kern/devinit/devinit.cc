@@ -1,0 +1,145 @@
+#include "kern/devinit/devinit.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+
+#include "kern/devicefile.h"
+#include "kern/devinit/createfile.h"
+#include "kern/devinit/interrupt.h"
+#include "kern/devinit/memory.h"
+#include "kern/devinit/options.h"
+#include "kern/devinit/readblocks.h"
+#include "kern/devinit/writeblocks.h"
+#include "kern/initstate.h"
+
+namespace {
+
+std::uint64_t bitmap_offset(const DiskInfo& info) {
+  return info.data_blocks_offset + info.data_block_count() * info.block_size;
+}
+
+void announce(const Options& options) {
+  if (readVerify != 0) {
+    std::printf("Verifying device \"%s\"\n", options.file);
+  } else {
+    std::printf("Initializing device \"%s\"\n  as number %d with %d blocks of %" PRId64 " bytes\n",
+                options.file, options.device_number, options.blocks, options.block_size);
+  }
+}
+
+// Finds out that a device is too small before hours of writing do.
+void try_last_data_block(DirectFile& file, const DiskInfo& info, const unsigned char* pattern) {
+  if (info.data_block_count() == 0) return;
+  const std::uint64_t offset = bitmap_offset(info) - info.block_size;
+  const ssize_t written = file.write(pattern, info.block_size, static_cast<long long>(offset));
+  const int error = errno;
+  if (written == info.block_size) return;
+  if (error != 0) devinit_report("write", error);
+  devinit_fail("cannot write last block to device. device too small?");
+}
+
+void read_bitmap_part(DirectFile& file, unsigned char* to, std::uint64_t bytes,
+                      std::uint64_t offset) {
+  const auto wanted = static_cast<unsigned>(bytes);
+  const ssize_t moved = file.read(to, wanted, static_cast<long long>(offset));
+  if (moved != static_cast<ssize_t>(wanted)) devinit_fail("Read failed", errno);
+}
+
+Memory read_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
+  const std::uint64_t start = bitmap_offset(info);
+  const std::uint64_t bytes = info.bitmap_block_count() * info.block_size;
+  std::printf("Reading %" PRIu64 " bitmap blocks\n\n", info.bitmap_block_count());
+  // No memory for a bitmap that the device does not hold to its end.
+  if (bytes > 0) {
+    read_bitmap_part(file, buffers.data(), info.block_size, start + bytes - info.block_size);
+  }
+  Memory bitmap(bytes);
+  for (std::uint64_t at = 0; at < bytes; at += IoBuffers::chunk_size) {
+    checkpoint();
+    read_bitmap_part(file, bitmap.bytes() + at,
+                     std::min<std::uint64_t>(IoBuffers::chunk_size, bytes - at), start + at);
+  }
+  return bitmap;
+}
+
+void write_data_blocks(DirectFile& file, const DiskInfo& info, const unsigned char* pattern) {
+  const std::uint64_t blocks = info.data_block_count();
+  std::printf("Preparing to write %" PRIu64 " data blocks and %" PRIu64 " bitmap blocks\n", blocks,
+              info.bitmap_block_count());
+  std::printf("Writing: one \"w\" = %d blocks of %d bytes, total %" PRIu64 " bytes",
+              static_cast<int>(IoBuffers::chunk_size / info.block_size), info.block_size,
+              blocks * info.block_size);
+  write_blocks(file, pattern, blocks, info.block_size, info.data_blocks_offset);
+}
+
+void write_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
+  std::printf("Writing %" PRIu64 " bitmap blocks\n", info.bitmap_block_count());
+  std::fill_n(buffers.data(), IoBuffers::chunk_size, static_cast<unsigned char>(0));
+  write_blocks(file, buffers.data(), info.bitmap_block_count(), info.block_size,
+               bitmap_offset(info));
+}
+
+void initialize(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,
+                const Options& options, bool device) {
+  if (device) try_last_data_block(file, info, buffers.pattern());
+  if (!options.fast) {
+    write_data_blocks(file, info, buffers.pattern());
+    if (options.paranoid) compare_data_blocks(file, buffers, info);
+  }
+  if (info.is_data_device()) write_bitmap(file, info, buffers);
+}
+
+void verify(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,
+            const Options& options) {
+  if (!info.is_data_device()) {
+    if (!options.fast) verify_data_blocks(file, buffers, info, nullptr);
+    return;
+  }
+  const Memory bitmap = read_bitmap(file, info, buffers);
+  if (!options.fast) verify_data_blocks(file, buffers, info, bitmap.bytes());
+}
+
+void sync_and_close(DirectFile& file) {
+  if (readVerify == 0) {
+    if (const int error = file.sync(); error != 0) devinit_fail("fsync", error);
+  }
+  // The close of a duplicate tells of errors while there still is a descriptor to clean up with.
+  const int duplicate = dup(clean_fd);
+  if (duplicate < 0 || close(duplicate) != 0) devinit_fail("close", errno);
+  close(clean_fd);
+  clean_fd = -1;
+  clean_name.clear();
+}
+
+}  // namespace
+
+int devinit(int argc, char** argv) {
+  Options options;
+  const OptionsResult result = parse_options(argc, argv, options);
+  if (result != OptionsResult::RUN) return result == OptionsResult::DONE ? 0 : 1;
+  if (options.file == nullptr || options.blocks < 0 || (options.blocks == 0 && readVerify == 0)) {
+    devinit_fail("File not found or no blocks");
+  }
+  catch_interrupts();
+  const IoBuffers buffers;
+  announce(options);
+  DiskInfo info;
+  DirectFile file = create_file(options, buffers.data(), info);
+  const bool device = is_device(options.file);
+  if (device) std::printf("Raw or block device detected\n");
+  if (readVerify != 0) {
+    verify(file, info, buffers, options);
+  } else {
+    initialize(file, info, buffers, options, device);
+  }
+  checkpoint();
+  sync_and_close(file);
+  std::printf("Device %s\n",
+              readVerify != 0 ? "verification completed" : "initialized successfully");
+  if (std::fflush(stdout) != 0) devinit_fail("standard output", errno);
+  return 0;
+}

@@ -1,0 +1,63 @@
+#include "kern/devinit/headerreport.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+
+#include "kern/blockstamp.h"
+#include "kern/initstate.h"
+
+namespace {
+
+void print_signature(std::int32_t signature) {
+  if (signature == DiskInfo::current_signature) {
+    std::printf("V4.2 signature       = %d\n", signature);
+  } else if (signature == DiskInfo::older_signature) {
+    std::printf("Pre V4.2 signature   = %d\n", signature);
+  } else {
+    std::printf("Unknown signature    = %d (should be %d)\n", signature,
+                DiskInfo::current_signature);
+  }
+}
+
+void print_timestamp(const DiskInfo& info) {
+  const std::time_t seconds = info.seconds;
+  struct tm local {};
+  localtime_r(&seconds, &local);
+  char text[80];
+  if (std::strftime(text, sizeof text, "%c %Z", &local) == 0) text[0] = '\0';
+  std::printf("Timestamp            = %s (hash = 0x%08x)\n", text, info.timestamp_hash());
+}
+
+}  // namespace
+
+void report_header(const DiskInfo& info) {
+  if (info.flip != info.flop && info.flip != info.second_flop) {
+    std::printf("Flip/flop don't match, device probably uninitialized\n");
+  }
+  print_signature(info.signature);
+  std::printf("Number of blocks     = %" PRIu32 "\n", info.blocks);
+  std::printf("Number of datablocks = %" PRIu64 "\n", info.data_block_count());
+  std::printf("Block size           = %d bytes\n", info.block_size);
+  std::printf("Device number        = %d\n", info.device_number);
+  std::printf("Device type          = %s device\n", info.is_data_device() ? "data" : "log");
+  std::printf("Device name          = \"%.*s\"\n", static_cast<int>(DiskInfo::name_size),
+              info.name);
+  std::printf("Disk based recovery  = %d\n", info.disk_based_recovery);
+  print_timestamp(info);
+  std::printf("Info header offset   = %" PRId64 "\n",
+              static_cast<std::int64_t>(info.info_header_offset));
+  std::printf("Info header size     = %" PRId64 "\n",
+              static_cast<std::int64_t>(info.data_blocks_offset - info.info_header_offset));
+  std::printf("Data blocks offset   = %" PRId64 "\n\n",
+              static_cast<std::int64_t>(info.data_blocks_offset));
+  flush_report();
+}
+
+void refuse_impossible_geometry(const DiskInfo& info) {
+  if (info.block_size < BlockStamp::min_block_size || info.block_size % 4 != 0) {
+    devinit_fail("Illegal block size");
+  }
+  const std::uint64_t bytes = std::uint64_t{info.blocks} * info.block_size;
+  if (info.data_blocks_offset > INT64_MAX - bytes) devinit_fail("Illegal data blocks offset");
+}

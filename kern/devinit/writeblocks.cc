@@ -1,0 +1,73 @@
+#include "kern/devinit/writeblocks.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "kern/devinit/interrupt.h"
+#include "kern/devinit/memory.h"
+#include "kern/initstate.h"
+
+namespace {
+
+constexpr const char* bytesuffixes[] = {"B", "KB", "MB", "GB"};
+constexpr unsigned chunks_per_line = 64;
+
+std::string scaled(std::uint64_t bytes) {
+  int scale = 0;
+  for (; bytes > 1024 && scale < 3; ++scale) bytes /= 1024;
+  return std::to_string(bytes) + " " + bytesuffixes[scale];
+}
+
+void write_chunk(DirectFile& file, const unsigned char* chunk, unsigned bytes,
+                 std::uint64_t offset) {
+  const ssize_t written = file.write(chunk, bytes, static_cast<long long>(offset));
+  const int error = errno;
+  if (written > 0) devwritten += static_cast<std::uint64_t>(written);
+  if (written != static_cast<ssize_t>(bytes)) crashwriting(error);
+}
+
+bool is_time_to_sync(std::uint64_t chunks) {
+  return syncsz > 0 && chunks % static_cast<unsigned>(syncsz) == 0;
+}
+
+void print_line_head(std::uint64_t block) {
+  std::printf("\n%8" PRIu64 " ", block);
+}
+
+}  // namespace
+
+void write_blocks(DirectFile& file, const unsigned char* chunk, std::uint64_t blocks,
+                  std::uint32_t block_size, std::uint64_t offset) {
+  const std::uint64_t per_chunk = IoBuffers::chunk_size / block_size;
+  print_line_head(0);
+  flush_report();
+  std::uint64_t chunks = 0;
+  for (std::uint64_t first = 0; first < blocks; first += per_chunk) {
+    checkpoint();
+    const std::uint64_t count = std::min(per_chunk, blocks - first);
+    write_chunk(file, chunk, static_cast<unsigned>(count * block_size),
+                offset + first * block_size);
+    ++chunks;
+    if (is_time_to_sync(chunks)) {
+      if (const int error = file.sync_data(); error != 0) devinit_fail("fdatasync", error);
+    }
+    std::printf("w");
+    if (chunks % chunks_per_line == 0) print_line_head(first + count);
+    flush_report();
+  }
+  std::printf("\n");
+}
+
+void crashwriting(int os_error) {
+  const std::string text =
+      "out of space, wrote " + scaled(devwritten) + " of " + scaled(totdevsize);
+  if (os_error != 0) devinit_fail(text.c_str(), os_error);
+  flush_report();
+  (void)std::fprintf(stderr, "\n%s\n", text.c_str());
+  cleanup();
+  std::exit(1);
+}
