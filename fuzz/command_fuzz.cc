@@ -1,7 +1,6 @@
 // Any command text is parsed or refused: as a CREATE, a CHECK and a DELETE in turn.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "kern/mox_res_mgr/lexer.h"
@@ -11,7 +10,7 @@
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   resmgr::prog_name = "mox_res_mgr";
-  return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
+  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -2,7 +2,6 @@
 // judged.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -10,10 +9,6 @@
 #include "kern/blockstamp.h"
 #include "kern/devinit/headerreport.h"
 #include "kern/diskinfo.h"
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < DiskInfo::encoded_size) return 0;
