@@ -146,4 +146,25 @@ TEST_F(Failures, ADeleteCleansUpAfterACreateThatWasKilled) {
                        [](const RunResult& result) { EXPECT_EQ(result.signal, SIGKILL); });
 }
 
+#ifdef FAILING_MALLOC
+TEST_F(Failures, ACreateIsAllOrNothingWhicheverAllocationFails) {
+  const std::string mark = testing::TempDir() + "failing_malloc." + std::to_string(getpid());
+  for (const char* mode : {"FAILING_MALLOC_AT_ONLY=1", "FAILING_MALLOC_ON=1"}) {
+    // The first allocation is the C++ library's reserve, without which it cannot throw bad_alloc.
+    int strikes = 1;
+    do {
+      unlink(mark.c_str());
+      const std::string at = "FAILING_MALLOC_AT=" + std::to_string(++strikes);
+      const RunResult result = run_program(
+          create, {"LD_PRELOAD=" FAILING_MALLOC, at, "FAILING_MALLOC_MARK=" + mark, mode});
+      SCOPED_TRACE(at + " " + mode + "\n" + result.out + result.err);
+      EXPECT_EQ(result.signal, 0);
+      EXPECT_TRUE(result.status == 0 ? everything_there() : nothing_left());
+      clean_up();
+    } while (access(mark.c_str(), F_OK) == 0);
+    EXPECT_GT(strikes, 20);
+  }
+}
+#endif
+
 }  // namespace
