@@ -16,7 +16,8 @@ struct Fault {
 // Empty, or why faults cannot be injected here.
 std::string why_no_faults();
 
-// Every system call of a run in turn: its name, and how many of that name there were so far.
+// The system calls of a run in turn, from the first one of the program's own on (what the loader
+// does before is not the program's to mend): the name, and how many of that name there were so far.
 std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>& argv);
 
 // The fault strikes at the n-th call of each name (1, 2, ...); `struck` is false when there were
