@@ -17,6 +17,10 @@ if(MOX_WARNINGS_AS_ERRORS)
   target_compile_options(mox_options INTERFACE -Werror)
 endif()
 
+if(MOX_BUILD_FUZZERS)
+  target_compile_options(mox_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 if(MOX_SANITIZE)
   target_compile_options(mox_options INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -1,7 +1,10 @@
 # mox_program(NAME SOURCES... [LIBRARIES LIBRARIES...]): an executable on the common runtime, with its
 # build information (common/buildinfo.h), the hardening of the system, and its install rule. Name
 # every library whose change shall count as a new link.
+include(GNUInstallDirs)
+include(CheckPIESupported)
 include(${CMAKE_CURRENT_LIST_DIR}/BuildInfo.cmake)
+check_pie_supported()
 
 function(mox_program name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES")

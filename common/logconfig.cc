@@ -1,15 +1,126 @@
-// What connects the logger with its configuration: the members of LogMsg that the logger itself
-// cannot define.
+#include "common/logconfig.h"
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
 #include "common/logger.h"
+#include "common/syseventlog.h"
+#include "common/variables.h"
+
+namespace {
+
+constexpr const char* map_variables[log_level_count] = {
+    "loglevmap_dbg", "loglevmap_inf", "loglevmap_wrn", "loglevmap_err",
+    "loglevmap_vse", "loglevmap_dia", "loglevmap_tst"};
+
+const std::string& value_of(const char* name) {
+  return VarSet::instance().get(name)->text();
+}
+
+const char* default_of(const char* name) {
+  return VarSet::instance().get(name)->initialText();
+}
+
+void log_line(const std::string& text) {
+  logmsg.start(LEVEL_INF, __FILE__, __LINE__);
+  logmsg.txt(text.c_str());
+  logmsg.chr('\n');
+  logmsg.logg();
+}
+
+void refuse(const std::string& value, Status& status) {
+  STATUS_SET(status, SEV_SYSTEMERR, MOX_CONFIG_SYNTAX, 0);
+  addStatusParam(&status, value.c_str());
+  log_line("initLogLevMap, ignoring unexpected value: " + value);
+}
+
+void read_facility(Status& status) {
+  const std::string& configured = value_of("syslog_facility");
+  int facility = not_logged;
+  findSyslogFacility(configured, facility);
+  if (const char* overriding = std::getenv("MOX_SYSLOG_FACILITY")) {
+    log_line("MOX_SYSLOG_FACILITY=" + std::string(overriding) +
+             " overrides syslog_facility=" + configured);
+    if (!findSyslogFacility(overriding, facility)) refuse(overriding, status);
+  }
+  setSyslogFacility(facility);
+  if (facility == not_logged) log_line("syslog logging disabled");
+}
+
+std::string with_node(const std::string& name, const char* separator) {
+  if (name.empty() || logmsgNodeno < 0) return name;
+  return name + separator + std::to_string(logmsgNodeno);
+}
+
+// By hand: a configured text is never a format.
+std::string history_file_name(int shm_key) {
+  std::string name = value_of("historyfile");
+  if (name.empty()) name = "/var/tmp/korv.out.%d";
+  const std::string key = shm_key < 0 ? "" : std::to_string(shm_key);
+  const std::string node = logmsgNodeno < 0 ? "" : std::to_string(logmsgNodeno);
+  const std::string between = key.empty() || node.empty() ? "" : "-";
+
+  const std::string& kind = value_of("historysubst");
+  std::string filling;
+  if (kind == "shmkey") filling = key;
+  if (kind == "nodeno") filling = node;
+  if (kind == "nodenoshmkey") filling = node + between + key;
+  if (kind == "shmkeynodeno") filling = key + between + node;
+
+  const std::size_t place = name.find("%d");
+  return place == std::string::npos ? name : name.replace(place, 2, filling);
+}
+
+std::shared_ptr<LogMethod> file_or(const std::string& name, LogMethod::Kind otherwise) {
+  if (name.empty()) return std::make_shared<LogMethod>(otherwise);
+  return std::make_shared<LogMethod>(LogMethod::TO_FILE, name);
+}
+
+}  // namespace
+
+void initLogLevMap(Status& status) {
+  initStatus_s(&status);
+  for (int level = 0; level < log_level_count; ++level) {
+    const char* variable = map_variables[level];
+    int priority = not_logged;
+    if (!findOSloglev(value_of(variable), priority)) {
+      refuse(value_of(variable), status);
+      findOSloglev(default_of(variable), priority);
+    }
+    setOSloglev(static_cast<LogLevel>(level), priority);
+  }
+  setSyslogIdent(value_of("syslog_ident"));
+  read_facility(status);
+}
 
 void LogMsg::newConfig() {
   configured_ = true;
-  const auto standard_error = std::make_shared<LogMethod>(LogMethod::TO_STDERR);
+  setTimeStamp(VarSet::instance().get("historytime")->number(), value_of("timeformat"));
+
   const auto no_stream = std::make_shared<LogMethod>(LogMethod::SYSTEM_LOG_ONLY);
-  for (const LogLevel level : {LEVEL_DBG, LEVEL_DIA, LEVEL_TST}) {
-    destination(level)->method = no_stream;
+  setAll(file_or(with_node(value_of("logfile"), ""), LogMethod::TO_STDERR));
+  for (const LogLevel level : {LEVEL_DBG, LEVEL_TST}) destination(level)->method = no_stream;
+  destination(LEVEL_DIA)->method =
+      file_or(with_node(value_of("diagnosticfile"), "."), LogMethod::SYSTEM_LOG_ONLY);
+
+  Status status;
+  initLogLevMap(status);
+}
+
+bool LogMsg::tryHistoryfile(int shm_key) {
+  configureOnce();
+  return LogMethod(LogMethod::TO_FILE, history_file_name(shm_key)).open();
+}
+
+bool LogMsg::redirectHistoryFile(int shm_key) {
+  configureOnce();
+  const auto file = std::make_shared<LogMethod>(LogMethod::TO_FILE, history_file_name(shm_key));
+  if (!file->open()) return false;
+  for (Destination& target : destinations_) {
+    if (target.method == nullptr) continue;
+    const LogMethod::Kind kind = target.method->kind();
+    if (kind == LogMethod::TO_STDOUT || kind == LogMethod::TO_STDERR) target.method = file;
   }
-  for (const LogLevel level : {LEVEL_INF, LEVEL_WRN, LEVEL_ERR, LEVEL_VSE}) {
-    destination(level)->method = standard_error;
-  }
+  return true;
 }

@@ -11,7 +11,9 @@
 #include <string_view>
 #include <type_traits>
 
+#include "common/debugmask.h"
 #include "common/logger.h"
+#include "common/variables.h"
 
 namespace {
 
@@ -81,11 +83,18 @@ bool read_mask(const char* text, int base, std::uint32_t& mask, std::int16_t& gi
   return true;
 }
 
+// The table has "config" as an integer. The name of a file, which is none, finds no place there and
+// stays with the scanner, whose program reads the file; that must not stop the others.
+void set_config_file(const char* name, Status& status) {
+  VarSet::instance().set("config", name, status);
+  if (status.number == MOX_VALUE_NOT_A_NUMBER) initStatus_s(&status);
+}
+
 // "name=value" as -D gives it, name and value cut at what their places hold.
 class Definition {
  public:
   explicit Definition(const char* text) { std::sscanf(text, "%99[^=\n]=%999[^\n]", name_, value_); }
-  std::string_view name() const { return name_; }
+  const char* name() const { return name_; }
   const char* value() const { return value_; }
 
  private:
@@ -219,9 +228,10 @@ ScanArg::Outcome ScanArg::define(char* text) {
   definitions[definitionCount++] = text;
 
   const Definition definition(text);
-  if (definition.name() == "nbuffs" && read_number(definition.value(), 0, buffers)) {
+  const std::string_view name = definition.name();
+  if (name == "nbuffs" && read_number(definition.value(), 0, buffers)) {
     if (buffers == 0) --definitionCount;
-  } else if (definition.name() == "sqlsub_portno") {
+  } else if (name == "sqlsub_portno") {
     read_number(definition.value(), 0, sqlSubPort);
   }
   return Outcome::TAKEN;
@@ -235,6 +245,28 @@ int ScanArg::takeOperands(int count, char** words) {
                  refusedOperands);
   }
   return refusedOperands;
+}
+
+void ScanArg::setVariables(unsigned char level, Status& status) {
+  initStatus_s(&status);
+  if (debugMaskFlag != 0) setInitialDebugMask(debugMask);
+  renewDebugMask(level);
+
+  VarSet& variables = VarSet::instance();
+  for (int i = 0; i < definitionCount; ++i) {
+    const Definition definition(definitions[i]);
+    variables.set(definition.name(), definition.value(), status);
+    if (status.failed()) return STATUS_TRACE(status);
+  }
+  if (buffers > 0) variables.set("nbuffs", buffers, status);
+  if (status.failed()) return STATUS_TRACE(status);
+  if (configFile != nullptr) set_config_file(configFile, status);
+  if (status.failed()) return STATUS_TRACE(status);
+  if (startLevel >= 0) variables.set("startlevel", startLevel, status);
+  if (status.failed()) return STATUS_TRACE(status);
+
+  variables.depend_check();
+  logmsg.newConfig();
 }
 
 void ScanArg::usage() {

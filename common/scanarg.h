@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "errutils/statuss.h"
+
 class ScanArg {
  public:
   static constexpr int max_entries = 200;  // of the definitions, and of the operands
@@ -21,6 +23,11 @@ class ScanArg {
   // Print the table of the letters on standard output; without letters that of the last parse.
   virtual void usage();
   virtual void usage(const char* options);
+
+  // Carries debug mask, definitions, buffers, config file and start level into the variables, then
+  // checks what depends on one another and lets the logger read its configuration again. Stops at
+  // the first variable that fails, with the status of VarSet::set.
+  void setVariables(unsigned char level, Status& status);
 
   // Prints the state, in one line on standard output.
   void print() const;

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,15 +28,27 @@ void add_number(Status& status, int number) {
   addStatusParam(&status, text);
 }
 
-// Removes what the caller has just created itself, keeping the failure that is being reported. A
-// refusal can only mean that somebody removed it first.
-void discard(int shmid) {
-  static_cast<void>(shmctl(shmid, IPC_RMID, nullptr));
+int get(int key, int size, Status& status, int flags) {
+  const int shmid = shmget(key, static_cast<std::size_t>(size), flags);
+  if (shmid < 0) {
+    FAILED(status, MOX_SHM_GET_FAILED, errno);
+    add_number(status, key);
+    return -1;
+  }
+  CLEARED(status);
+  return shmid;
 }
 
 // A hole in the kernel's table, or a segment that vanished between two calls.
 bool is_hole(int os_error) {
   return os_error == EINVAL || os_error == EIDRM;
+}
+
+// Removes what the caller has just created itself, keeping the failure that is being reported. -1,
+// or the identifier of a segment that is still there.
+int discard(int shmid) {
+  const bool gone = shmctl(shmid, IPC_RMID, nullptr) == 0 || is_hole(errno);
+  return gone ? -1 : shmid;
 }
 
 // Walks the kernel's table. SHM_STAT_ANY asks for no read permission on the segments.
@@ -61,7 +75,7 @@ bool keys_from_proc(std::vector<int>& keys) {
   if (!std::getline(table, line)) return false;
   while (std::getline(table, line)) {
     int key = 0;
-    if (std::sscanf(line.c_str(), "%d", &key) != 1) return false;
+    if (!(std::istringstream(line) >> key)) return false;
     keys.push_back(key);
   }
   return table.eof();
@@ -101,12 +115,8 @@ int sharedSize(int shmid, Status& status) {
 }
 
 unsigned sharedSizeFromKey(int key, Status& status) {
-  const int shmid = shmget(key, 0, 0);
-  if (shmid < 0) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
-    return 0;
-  }
+  const int shmid = get(key, 0, status, 0);
+  if (status.failed()) return 0;
   shmid_ds segment{};
   if (shmctl(shmid, IPC_STAT, &segment) != 0) {
     FAILED(status, MOX_SHM_CONTROL_FAILED, errno);
@@ -118,16 +128,11 @@ unsigned sharedSizeFromKey(int key, Status& status) {
 }
 
 int sharedGet(int key, int size, int expected, Status& status, int flags) {
-  const int shmid = shmget(key, static_cast<std::size_t>(size), flags);
-  if (shmid < 0) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
-    return -1;
-  }
+  const int shmid = get(key, size, status, flags);
+  if (status.failed()) return -1;
   const int real_size = sharedSize(shmid, status);
   if (status.failed()) {
     STATUS_TRACE(status);
-    if ((flags & IPC_EXCL) != 0) discard(shmid);
     return -1;
   }
   if (expected != 0 && expected != real_size) {
@@ -148,21 +153,20 @@ int sharedCreate(int key, int size, Status& status) {
 namespace {
 
 // Creates a segment that is ours alone, attaches it and hands its memory to the locking hook.
-// Returns its identifier, or -1 with nothing left behind.
+// Returns its identifier; after a failure -1, or the identifier of a segment that could not be
+// removed again.
 int create_and_attach(int key, int size, char*& address, Status& status) {
-  const int shmid = sharedGet(key, size, 0, status, ipcCreateFlags | IPC_EXCL);
+  const int shmid = get(key, size, status, ipcCreateFlags | IPC_EXCL);
   if (status.failed()) return -1;
   address = sharedAttach(shmid, address, status, 1);
   if (status.failed()) {
     add_number(status, key);
-    discard(shmid);
-    return -1;
+    return discard(shmid);
   }
   incLockMem(address, static_cast<unsigned>(size), status);
   if (status.failed()) {
     static_cast<void>(shmdt(address));
-    discard(shmid);
-    return -1;
+    return discard(shmid);
   }
   CLEARED(status);
   return shmid;
@@ -171,12 +175,8 @@ int create_and_attach(int key, int size, char*& address, Status& status) {
 }  // namespace
 
 char* sharedCreate(int key, int size, char* address, Status& status) {
-  const int existing = shmget(key, 0, 0);
-  if (existing < 0 && errno != ENOENT) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
-    return nullptr;
-  }
+  const int existing = get(key, 0, status, 0);
+  if (existing < 0 && status.os_error != ENOENT) return nullptr;
   if (existing >= 0) {
     sharedRemove(existing, status);
     if (status.failed()) {
@@ -184,7 +184,8 @@ char* sharedCreate(int key, int size, char* address, Status& status) {
       return nullptr;
     }
   }
-  if (create_and_attach(key, size, address, status) < 0) {
+  create_and_attach(key, size, address, status);
+  if (status.failed()) {
     STATUS_TRACE(status);
     return nullptr;
   }
@@ -210,7 +211,7 @@ int sharedCreateIfNotExists(int key, int size, char*& address, Status& status) {
 char* sharedAttach(int shmid, char* address, Status& status, int writable) {
   const int flags = intimateSharedMemory | (writable != 0 ? 0 : SHM_RDONLY);
   void* const attached = shmat(shmid, address, flags);
-  if (attached == reinterpret_cast<void*>(-1)) {
+  if (reinterpret_cast<std::intptr_t>(attached) == -1) {
     FAILED(status, MOX_SHM_ATTACH_FAILED, errno);
     return nullptr;
   }
@@ -237,24 +238,17 @@ void sharedRemove(int shmid, Status& status) {
 }
 
 void sharedRemove(int key, unsigned /*size*/, Status& status) {
-  const int shmid = shmget(key, 0, 0);
-  if (shmid < 0) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
-    return;
-  }
-  sharedRemove(shmid, status);
+  const int shmid = get(key, 0, status, 0);
+  if (!status.failed()) sharedRemove(shmid, status);
 }
 
 void sharedRemoveOwned(int key, int shmid, Status& status) {
-  const int present = shmget(key, 0, 0);
-  if (present < 0) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
-  } else if (present != shmid) {
+  const int present = get(key, 0, status, 0);
+  if (present < 0 && status.os_error == ENOENT) return;
+  if (present >= 0 && present != shmid) {
     FAILED(status, MOX_SHM_REMOVE_FAILED, EIDRM);
     add_number(status, shmid);
-  } else {
-    sharedRemove(shmid, status);
+    return;
   }
+  sharedRemove(shmid, status);
 }

@@ -23,8 +23,7 @@ int sharedSize(int shmid, Status& status);
 unsigned sharedSizeFromKey(int key, Status& status);
 
 // shmget. Returns the identifier, or -1. 5510 (key), also when `expected` is not 0 and not the size
-// of the segment; 5514 (identifier). With IPC_EXCL in `flags`, a segment that was created but whose
-// size cannot be read is removed again.
+// of the segment; 5514 (identifier).
 int sharedGet(int key, int size, int expected, Status& status, int flags);
 
 // Creates a segment, or finds an existing one of a fitting size. Errors as sharedGet.
@@ -36,7 +35,8 @@ char* sharedCreate(int key, int size, char* address, Status& status);
 
 // Creates and attaches a segment that nobody else has, and returns its identifier; it stays
 // attached at `address`. Fails with 5515 (key, no OS error) and the other segment's identifier when
-// the key is taken, else as above; does nothing when the status holds a failure already.
+// the key is taken, else as above; does nothing when the status holds a failure already. After another
+// failure, returns -1, or the identifier of a segment that it made and could not remove again.
 int sharedCreateIfNotExists(int key, int size, char*& address, Status& status);
 
 // Null on failure. 5512 (no parameter).
@@ -48,6 +48,6 @@ int sharedDetach(char* address, Status& status);
 void sharedRemove(int shmid, Status& status);
 // By key; `size` is not used. 5510 (key) when there is none (ENOENT), 5511 (identifier).
 void sharedRemove(int key, unsigned size, Status& status);
-// By key, and only while the key still names the segment `shmid`: a stranger's segment that has
-// taken the key meanwhile is left alone. 5510 (key), 5511 (identifier; EIDRM for a stranger).
+// By key, and only the segment `shmid`: a stranger's segment that has taken the key meanwhile is left
+// alone. 5510 (key) when the key names no segment, 5511 (identifier; EIDRM for a stranger).
 void sharedRemoveOwned(int key, int shmid, Status& status);

@@ -60,7 +60,7 @@ int utlCreateMutex(Status* status, MutexHandle* /*handle*/, int key, int count) 
   values.array = ones.data();
   if (semctl(semid, 0, SETALL, values) != 0) {
     const int os_error = errno;
-    static_cast<void>(semctl(semid, 0, IPC_RMID));
+    if (semctl(semid, 0, IPC_RMID) != 0) mapped = {semid, key, count, nullptr};
     return failed(status, MOX_SEM_OPERATION_FAILED, os_error, key, __LINE__);
   }
   mapped = {semid, key, count, nullptr};
@@ -72,6 +72,8 @@ int utlMapMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
   if (mapped.semid < 0) return failed(status, MOX_SEM_CREATE_FAILED, errno, key, __LINE__);
   return cleared(status);
 }
+
+void utlMapKnownMutex(int semid, int key, int count) { mapped = {semid, key, count, nullptr}; }
 
 int utlMappedMutex() {
   return mapped.semid;

@@ -22,11 +22,14 @@ struct MutexRecord {
   std::int32_t number_again;
 };
 
-// Creates a set of `count` semaphores of value 1 that nobody else has. 0, or -1 with nothing left
-// behind: 5520 from the creation (EEXIST when the key is taken), 5521 from setting the values.
+// Creates a set of `count` semaphores of value 1 that nobody else has. 0, or -1: 5520 from the
+// creation (EEXIST when the key is taken), 5521 from setting the values; a set is then mapped only
+// when it could not be removed again.
 int utlCreateMutex(Status* status, MutexHandle* handle, int key, int count);
 // Finds an existing set without creating one. 0, or -1: 5520.
 int utlMapMutex(Status* status, MutexHandle* handle, int key, int count);
+// Maps a set that the caller knows by its identifier. Cannot fail.
+void utlMapKnownMutex(int semid, int key, int count);
 // The identifier of the set that is mapped, or -1.
 int utlMappedMutex();
 // Forgets the set; removes nothing.

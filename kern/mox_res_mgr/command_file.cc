@@ -35,7 +35,7 @@ bool read_text(const char* name, int file, std::string& text) {
   const ssize_t count = ::read(file, text.data(), text.size());
   if (count != size) return refuse(name, MOX_READ_FAILED, errno);
   // The words behind a zero byte would be lost without a word.
-  if (std::memchr(text.data(), '\0', text.size()) != nullptr) {
+  if (text.find('\0') != std::string::npos) {
     std::printf("Error: command file %s holds a zero byte\n", name);
     return false;
   }

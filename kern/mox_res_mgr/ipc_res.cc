@@ -71,10 +71,9 @@ bool ipc_res::create_segment(unsigned offset, undo_log& log) {
   char* address = nullptr;
   const int shmid =
       sharedCreateIfNotExists(key(offset), static_cast<int>(size[offset]), address, stat);
-  if (!stat.failed()) {
-    entry.made(shmid, address);
-    return true;
-  }
+  const bool ours = shmid != -1 && stat.number != MOX_SHM_EXISTS;
+  if (ours) entry.made(shmid, address);
+  if (!stat.failed()) return true;
   if (stat.number == MOX_SHM_EXISTS) {
     hint_at_segment_in_the_way(key(offset));
   } else if (stat.number == MOX_SHM_GET_FAILED) {
@@ -99,10 +98,8 @@ bool ipc_res::create_semaphores(undo_log& log) {
     initStatus_s(&stat);
     utlCreateMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
   }
-  if (!stat.failed()) {
-    entry.made(utlMappedMutex());
-    return true;
-  }
+  if (utlMappedMutex() != -1) entry.made(utlMappedMutex());
+  if (!stat.failed()) return true;
   hint_at_semaphore_limit(stat.os_error);
   emit_korv_error(HERE);
   std::printf("Error: mutex creation failed\n");

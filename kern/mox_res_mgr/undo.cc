@@ -43,6 +43,8 @@ void shm_undo_op::undo() {
 void sem_undo_op::undo() {
   MutexHandle handle = unmapped_mutex();
   utlMapMutex(&stat, &handle, key_, count_);
+  // A look-up that fails for another reason than absence says nothing about the set.
+  if (stat.failed() && stat.os_error != ENOENT) utlMapKnownMutex(semid_, key_, count_);
   const int present = utlMappedMutex();
   if (present != -1 && present != semid_) {
     // The key belongs to somebody else's set by now.

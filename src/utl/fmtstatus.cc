@@ -78,18 +78,18 @@ void append_message(const Status& status, BoundedText& text) {
     }
   }
   for (std::size_t i = 0; i < params.size(); ++i) {
-    if (!used[i]) text.append(" " + std::string(params[i]));
+    if (!used[i]) text.append(std::string(" ").append(params[i]));
   }
 }
 
 std::string position(const char* file, int line) {
-  return "[" + std::string(file) + ":" + std::to_string(line) + "]";
+  return std::string("[").append(file).append(":").append(std::to_string(line)).append("]");
 }
 
 void append_positions(const Status& status, BoundedText& text) {
-  if (status.line != 0) text.append(" " + position(status.file, status.line));
+  if (status.line != 0) text.append(std::string(" ").append(position(status.file, status.line)));
   for (int i = 0; i < status.trace_count; ++i) {
-    text.append("\n" + position(status.trace[i].file, status.trace[i].line));
+    text.append(std::string("\n").append(position(status.trace[i].file, status.trace[i].line)));
   }
 }
 

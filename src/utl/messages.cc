@@ -1,8 +1,7 @@
 #include "src/utl/messages.h"
 
 #include <array>
-#include <cstddef>
-#include <vector>
+#include <utility>
 
 #include "errutils/moxstatus.h"
 
@@ -11,10 +10,11 @@ namespace {
 struct Message {
   std::int16_t number;
   const char* text;
+  const Message* next = nullptr;  // in the chain
 };
 
 // In ascending order of number.
-constexpr Message builtin_messages[] = {
+constinit Message builtin_messages[] = {
     {MOX_NORMAL, "Normal successful completion"},
     {16, "Illegal error message"},
     {32, "Illegal error message"},
@@ -58,42 +58,36 @@ constexpr SqlState sqlstates[] = {
 // One language's messages, in chains by number. Set 0 is the built-in one; a program may bind
 // catalogues in other languages into the others.
 struct MessageSet {
-  static constexpr std::size_t chain_count = 127;
-
   const char* language = nullptr;
   const char* territory = nullptr;
-  std::array<std::vector<const Message*>, chain_count> chains;
+  std::array<const Message*, 127> chains{};
 
-  std::vector<const Message*>& chain_of(std::int16_t number) {
-    return chains[static_cast<std::uint16_t>(number) % chain_count];
+  const Message*& chain_of(std::int16_t number) {
+    return chains[static_cast<std::uint16_t>(number) % chains.size()];
   }
 };
 
-MessageSet& message_set(std::size_t index) {
-  static std::array<MessageSet, 32> sets;
-  return sets[index];
-}
+constinit std::array<MessageSet, 32> message_sets;
 
 [[maybe_unused]] const bool bound_before_main = (Status_utlInitMessages(), true);
 
 }  // namespace
 
 void Status_utlInitMessages() {
-  MessageSet& set = message_set(0);
+  MessageSet& set = message_sets[0];
   if (set.language != nullptr) return;
   set.language = "en";
   set.territory = "us";
-  for (const Message& message : builtin_messages) {
-    set.chain_of(message.number).push_back(&message);
+  for (Message& message : builtin_messages) {
+    message.next = std::exchange(set.chain_of(message.number), &message);
   }
 }
 
 const char* message_template(std::int32_t number) {
   const auto low_bits = static_cast<std::int16_t>(number);
-  for (const Message* message : message_set(0).chain_of(low_bits)) {
-    if (message->number == low_bits) return message->text;
-  }
-  return "*** Error number not in use";
+  const Message* message = message_sets[0].chain_of(low_bits);
+  while (message != nullptr && message->number != low_bits) message = message->next;
+  return message != nullptr ? message->text : "*** Error number not in use";
 }
 
 const char* sqlstate_lookup(std::int32_t number) {

@@ -1,0 +1,2 @@
+include(${CMAKE_CURRENT_LIST_DIR}/moxTargets.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/MoxProgram.cmake)

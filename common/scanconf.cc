@@ -1,0 +1,248 @@
+#include "common/scanconf.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+#include <unordered_set>
+
+#include "common/fieldreader.h"
+#include "common/logger.h"
+#include "common/variables.h"
+
+namespace {
+
+constexpr int open_attempts = 10;
+constexpr int read_attempts = 6;
+constexpr std::size_t longest_line = 4096;  // more than any pattern takes
+constexpr std::size_t largest_file = 256U << 20;
+constexpr std::size_t short_word = 99;
+constexpr std::size_t host_name = 199;
+constexpr std::size_t long_text = 1023;
+
+void log_line(LogLevel level, const std::string& text) {
+  logmsg.start(level, __FILE__, __LINE__);
+  logmsg.txt(text.c_str());
+  logmsg.logg();
+}
+
+void log_failure(const char* activity, const char* path, const char* function, int os_error) {
+  log_line(LEVEL_WRN, std::string(activity) + path + ", " + function + "() failed,Unix errno=" +
+                          std::to_string(os_error) + ": " + std::strerror(os_error) + "\n");
+}
+
+void fail(Status& status, Moxstatus_e number, int os_error, const char* path) {
+  STATUS_SET(status, SEV_SYSTEMERR, number, os_error);
+  addStatusParam(&status, path);
+}
+
+struct Line {
+  std::string text;
+  bool damaged;  // longer than its text, or broken by a NUL byte
+};
+
+// The lines of one open file.
+class LineSource {
+ public:
+  enum class Result { LINE, END, FAILED };
+
+  explicit LineSource(std::FILE* file) : file_(file) {}
+
+  Result next(Line& line) {
+    line.text.clear();
+    line.damaged = false;
+    int c = 0;
+    while ((c = getc_unlocked(file_)) != EOF && c != '\n') {
+      if (++size_ > largest_file) return too_large();
+      if (c == '\0' || line.text.size() == longest_line) line.damaged = true;
+      if (!line.damaged) line.text += static_cast<char>(c);
+    }
+    if (c == EOF && std::ferror(file_) != 0) return failed(errno);
+    const bool empty = line.text.empty() && !line.damaged;
+    return c == EOF && empty ? Result::END : Result::LINE;
+  }
+
+  int osError() const { return os_error_; }
+
+ private:
+  Result failed(int os_error) {
+    os_error_ = os_error;
+    return Result::FAILED;
+  }
+  Result too_large() { return failed(EFBIG); }
+
+  std::FILE* file_;
+  std::size_t size_ = 0;
+  int os_error_ = 0;
+};
+
+// What the lines of one file do.
+class LineHandler {
+ public:
+  LineHandler(ConfigRecord& record, Status& status) : record_(record), status_(status) {}
+
+  void handle(const Line& line) {
+    ++number_;
+    std::string keyword;
+    FieldReader(line.text, false).word(20, keyword);
+    if (keyword.empty() && !line.damaged) return;
+    for (const Keyword& known : keywords) {
+      if (keyword == known.name) return (this->*known.handle)(fields(known.name, line));
+    }
+    std::fprintf(stderr, "Illegal keyword in config. file at line %d. Line ignored.\n", number_);
+  }
+
+ private:
+  struct Keyword {
+    const char* name;
+    void (LineHandler::*handle)(FieldReader fields);
+  };
+  static const Keyword keywords[6];
+
+  static FieldReader fields(const char* keyword, const Line& line) {
+    FieldReader reader(line.text, line.damaged);
+    reader.literal(keyword).blanks();
+    return reader;
+  }
+
+  void illegal(const FieldReader& fields, const char* keyword) const {
+    std::fprintf(stderr,
+                 "Illegal param.s (%d) after '%s' in config. file at line %d. Line ignored.\n",
+                 fields.count(), keyword, number_);
+  }
+
+  void unterminated(const char* what) const {
+    std::fprintf(stderr, "%s line not terminated by \" in config. file at line %d. Line ignored.\n",
+                 what, number_);
+  }
+
+  // Takes the closing quote off; false when there is none.
+  static bool unquote(std::string& text) {
+    text.erase(text.find_last_not_of(" \t") + 1);
+    if (!text.ends_with('"')) return false;
+    text.pop_back();
+    return true;
+  }
+
+  void process(FieldReader fields) {
+    ConfigRecord::Process line{};
+    fields.word(short_word, line.name).number(line.node).number(line.kind).blanks();
+    fields.literal("\"").text(long_text, line.command);
+    if (fields.count() < 4) return illegal(fields, "process");
+    if (!fields.ok() || !unquote(line.command)) return unterminated("Process");
+    record_.processes.push_back(line);
+  }
+
+  void node(FieldReader fields) {
+    ConfigRecord::Node line{};
+    fields.number(line.number).number(line.unit).word(host_name, line.host).number(line.port);
+    fields.word(short_word, line.site).text(long_text, line.text);
+    if (!fields.ok()) return illegal(fields, "node");
+    if (!node_numbers_.insert(line.number).second) {
+      return log_line(LEVEL_WRN, "SH: Node allready entered!\n");
+    }
+    record_.nodes.push_back(line);
+  }
+
+  void dunit(FieldReader fields) {
+    ConfigRecord::DataUnit line{};
+    fields.word(short_word, line.name).number(line.number).number(line.kind);
+    fields.text(long_text, line.text);
+    if (!fields.ok()) return illegal(fields, "dunit");
+    record_.dunits.push_back(line);
+  }
+
+  void site(FieldReader fields) {
+    ConfigRecord::Site line{};
+    fields.word(short_word, line.name).number(line.number).text(long_text, line.text);
+    if (!fields.ok()) return illegal(fields, "site");
+    record_.sites.push_back(line);
+  }
+
+  void debug(FieldReader fields) {
+    ConfigRecord::Debug line{};
+    fields.number(line.mask).text(long_text, line.text);
+    if (!fields.ok()) return illegal(fields, "debug");
+    record_.debugs.push_back(line);
+  }
+
+  void set(FieldReader fields) {
+    std::string name;
+    std::string value;
+    fields.word(short_word, name).text(long_text, value);
+    if (fields.count() < 2) return illegal(fields, "set");
+    if (!fields.ok() || !unquote(value) || !value.starts_with('"')) return unterminated("Set");
+    Status result;
+    VarSet::instance().set(name.c_str(), value.c_str() + 1, result);
+    if (!result.failed()) return;
+    log_line(LEVEL_WRN,
+             "Config. file line " + std::to_string(number_) + ": " + result.getText() + "\n");
+    if (!status_.failed()) status_ = result;
+  }
+
+  ConfigRecord& record_;
+  Status& status_;
+  int number_ = 0;
+  std::unordered_set<std::int32_t> node_numbers_;
+};
+
+const LineHandler::Keyword LineHandler::keywords[6] = {
+    {"process", &LineHandler::process}, {"node", &LineHandler::node},
+    {"dunit", &LineHandler::dunit},     {"site", &LineHandler::site},
+    {"set", &LineHandler::set},         {"debug", &LineHandler::debug},
+};
+
+std::FILE* open_file(const char* path, Status& status, const std::function<void()>& pause) {
+  for (int attempt = 1;; ++attempt) {
+    std::FILE* file = std::fopen(path, "re");
+    const int error = errno;
+    if (file != nullptr) return file;
+    log_line(LEVEL_INF, "tried to open:" + std::string(path) + "\n");
+    if (attempt == open_attempts) {
+      fail(status, MOX_OPEN_FAILED, error, path);
+      return nullptr;
+    }
+    pause();
+  }
+}
+
+void close_file(std::FILE* file, const char* path) {
+  if (std::fclose(file) == 0) return;
+  const int error = errno;
+  log_failure("error closing:", path, "fclose", error);
+}
+
+// 0, or the OS error that ended the reading.
+int read_lines(std::FILE* file, ConfigRecord& record, Status& status) {
+  record = ConfigRecord();
+  LineSource source(file);
+  LineHandler handler(record, status);
+  Line line;
+  LineSource::Result result{};
+  while ((result = source.next(line)) == LineSource::Result::LINE) handler.handle(line);
+  return source.osError();
+}
+
+}  // namespace
+
+void sleepOneSecond() {
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+}
+
+void scanConf(const char* path, ConfigRecord& record, Status& status,
+              const std::function<void()>& pause) {
+  for (int attempt = 1;; ++attempt) {
+    initStatus_s(&status);
+    std::FILE* file = open_file(path, status, pause);
+    if (file == nullptr) return;
+    const int error = read_lines(file, record, status);
+    if (error != 0) log_failure("error reading:", path, "fgets", error);
+    close_file(file, path);
+    if (error == 0) return;
+    if (attempt == read_attempts || error == EFBIG) {
+      return fail(status, MOX_READ_FAILED, error, path);
+    }
+    log_line(LEVEL_INF, "trying to re-open cfg file\n");
+  }
+}

@@ -1,0 +1,158 @@
+#include "common/variables.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "common/logger.h"
+
+namespace {
+
+struct Order {
+  const char* smaller;
+  const char* larger;
+};
+
+constexpr Order orders[] = {
+    {"aliveint", "alivetime"},
+    {"relalg_min_buckets", "relalg_max_buckets"},
+    {"ntables", "nfragments"},
+    {"nfragments", "nreplicas"},
+};
+
+// Setting the variable has no effect while the other one has one of these two values.
+struct Dependence {
+  const char* name;
+  const char* on;
+  const char* off_values[2];
+};
+
+constexpr Dependence dependences[] = {
+    {"syslog_ident", "syslog_facility", {"none", ""}},
+    {"loglevmap_dbg", "syslog_facility", {"none", ""}},
+    {"loglevmap_inf", "syslog_facility", {"none", ""}},
+    {"loglevmap_wrn", "syslog_facility", {"none", ""}},
+    {"loglevmap_err", "syslog_facility", {"none", ""}},
+    {"loglevmap_vse", "syslog_facility", {"none", ""}},
+    {"loglevmap_dia", "syslog_facility", {"none", ""}},
+    {"loglevmap_tst", "syslog_facility", {"none", ""}},
+    {"sql_shm_size", "sql_use_shm", {"no", "no"}},
+    {"sql_shm_gclvl", "sql_use_shm", {"no", "no"}},
+    {"sql_shm_gcunused", "sql_use_shm", {"no", "no"}},
+};
+
+void log_warning(const std::string& text) {
+  logmsg.start(LEVEL_WRN, __FILE__, __LINE__);
+  logmsg.txt(text.c_str());
+  logmsg.logg();
+}
+
+bool contradict(const VariableDict& dict, const Order& order) {
+  const std::int32_t larger = dict.find(order.larger)->number();
+  return larger != 0 && dict.find(order.smaller)->number() > larger;
+}
+
+Status contradiction(const Order& order) {
+  Status status;
+  STATUS_SET(status, SEV_SYSTEMERR, MOX_VARIABLES_CONTRADICT, 0);
+  addStatusParam(&status, order.smaller);
+  addStatusParam(&status, order.larger);
+  addStatusParam(&status, "the first must not be above the second");
+  return status;
+}
+
+bool without_effect(const VariableDict& dict, const Dependence& dependence) {
+  if (!dict.find(dependence.name)->isSet()) return false;
+  const std::string& value = dict.find(dependence.on)->text();
+  return value == dependence.off_values[0] || value == dependence.off_values[1];
+}
+
+}  // namespace
+
+VarSet& VarSet::instance() {
+  static VarSet set;
+  return set;
+}
+
+VarSet::VarSet() {
+  defineVariables(dict_);
+}
+
+Variable* VarSet::find(const char* name, Status& status) {
+  initStatus_s(&status);
+  Variable* variable = dict_.find(name);
+  if (variable != nullptr) return variable;
+  logmsg.start(LEVEL_WRN, __FILE__, __LINE__);
+  logmsg.txt("No variable named ");
+  logmsg.txt(name);
+  logmsg.txt(".\n");
+  logmsg.logg();
+  STATUS_SET(status, SEV_SYSTEMERR, MOX_NO_SUCH_VARIABLE, 0);
+  addStatusParam(&status, name);
+  return nullptr;
+}
+
+void VarSet::set(const char* name, const char* value, Status& status) {
+  if (Variable* variable = find(name, status)) variable->set(value, status);
+}
+
+void VarSet::set(const char* name, int value, Status& status) {
+  if (Variable* variable = find(name, status)) variable->set(value, status);
+}
+
+void VarSet::read(const char* name, int* value, int initial, Status& status) {
+  *value = initial;
+  const Variable* variable = find(name, status);
+  if (variable == nullptr || !variable->isSet()) return;
+  if (variable->kind() == Variable::INTEGER) {
+    *value = variable->number();
+    return;
+  }
+  STATUS_SET(status, SEV_SYSTEMERR, MOX_VALUE_NOT_A_NUMBER, 0);
+  addStatusParam(&status, variable->text().c_str());
+  addStatusParam(&status, name);
+}
+
+void VarSet::read(const char* name, char** value, const char* initial, Status& status) {
+  const Variable* variable = find(name, status);
+  const bool is_set = variable != nullptr && variable->isSet();
+  *value = const_cast<char*>(is_set ? variable->text().c_str() : initial);
+}
+
+void VarSet::setDefaults() {
+  VariableDictIter iterator(dict_);
+  while (Variable* variable = iterator.next()) variable->reset();
+}
+
+void VarSet::print(std::FILE* stream) const {
+  std::vector<const Variable*> sorted;
+  VariableDictIter iterator(dict_);
+  while (const Variable* variable = iterator.next()) sorted.push_back(variable);
+  std::sort(sorted.begin(), sorted.end(), [](const Variable* a, const Variable* b) {
+    return std::strcmp(a->name(), b->name()) < 0;
+  });
+  for (const Variable* variable : sorted) {
+    std::fprintf(stream, "%s = %s\n", variable->name(), variable->text().c_str());
+  }
+}
+
+void VarSet::constraints(Status& status) const {
+  initStatus_s(&status);
+  for (const Order& order : orders) {
+    if (!contradict(dict_, order)) continue;
+    status = contradiction(order);
+    return;
+  }
+}
+
+void VarSet::depend_check() const {
+  for (const Order& order : orders) {
+    if (contradict(dict_, order)) log_warning(std::string(contradiction(order).getText()) + "\n");
+  }
+  for (const Dependence& dependence : dependences) {
+    if (!without_effect(dict_, dependence)) continue;
+    log_warning("Variable \"" + std::string(dependence.name) + "\" has no effect: \"" +
+                dependence.on + "\" is \"" + dict_.find(dependence.on)->text() + "\"\n");
+  }
+}

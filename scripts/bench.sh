@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in release mode and runs them. Each figure is a ratio against the system's
+# own means in the same run, or a figure whose growth counts.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/need.sh
+need g++ cmake ninja-build libbenchmark-dev
+
+cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMOX_BUILD_BENCHMARKS=ON
+cmake --build build/bench
+build/bench/bench/ipc_bench
+build/bench/bench/parse_bench

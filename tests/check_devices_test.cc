@@ -1,0 +1,188 @@
+// CHECK and DELETE of device files, on file systems and loop devices of the tests' own.
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/ipc_namespace.h"
+#include "tests/support/process.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The lines of a CHECK that fails at its device, from the error number on.
+std::string failed(int number, const std::string& text, int os_error = 0) {
+  std::string line = "RESMGR ERROR Error number " + std::to_string(number) + " severity 4 KORV-S-" +
+                     (number < 10000 ? "0" : "") + std::to_string(number) + ": " + text;
+  if (os_error != 0) line += std::string(" OS error message: ") + std::strerror(os_error);
+  return line + "\nError: check failed\n";
+}
+
+class Devices : public IpcTest {
+ protected:
+  // A CHECK of node 0 with the given devices; what it prints about them.
+  std::string check(const std::string& devices) {
+    const RunResult result =
+        run_program({MOX_RES_MGR, "check", "node-0:", "ipcbase=10, " + devices});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(kernel_segments().empty());
+    EXPECT_TRUE(kernel_sets().empty());
+    const std::string head = "checking ipcbase 10\nnode-0:ipcbase=10\n";
+    EXPECT_EQ(result.out.substr(0, head.size()), head);
+    return result.out.substr(std::min(head.size(), result.out.size()));
+  }
+
+  static std::string device(int number, const std::string& path, int megabytes) {
+    const std::string head = (number > 0 ? ", device-" : "device-") + std::to_string(number);
+    return head + ".path=\"" + path + "\", device-" + std::to_string(number) +
+           ".size=" + std::to_string(megabytes);
+  }
+
+  static std::string no_space(const std::string& path) {
+    return "Error: not enough space on physical device for " + path + "\n" +
+           failed(1521, "No space left on device");
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(Devices, NewFilesAddUpOnTheirFileSystemAndAreRemovedAgain) {
+  const SmallFileSystem one("150m");
+  const SmallFileSystem two("150m");
+  if (!one.refusal.empty()) GTEST_SKIP() << "skipped: no mount of its own: " << one.refusal;
+  const std::string a = one / "a";
+  const std::string b = one / "b";
+  const std::string c = two / "c";
+
+  const std::string removing = "removing file ";
+  EXPECT_EQ(
+      check(device(0, a, 100) + device(1, c, 100)),
+      "create file " + a + "\ncreate file " + c + "\n" + removing + a + "\n" + removing + c + "\n");
+  EXPECT_EQ(check(device(0, a, 100) + device(1, b, 100)), "create file " + a + "\ncreate file " +
+                                                              b + "\n" + no_space(b) + removing +
+                                                              a + "\n" + removing + b + "\n");
+  EXPECT_EQ(check(device(0, a, 2147483647)),
+            "create file " + a + "\n" + no_space(a) + removing + a + "\n");
+  EXPECT_TRUE(fs::is_empty(fs::path(a).parent_path()));
+  EXPECT_TRUE(fs::is_empty(fs::path(c).parent_path()));
+
+  // Header and bitmap need room beside the payload: 150 MB do not fit into 150 MB.
+  EXPECT_EQ(check(device(0, a, 150)),
+            "create file " + a + "\n" + no_space(a) + removing + a + "\n");
+  // An existing file takes the whole account of its file system, and is emptied.
+  write_file(a, "old content");
+  EXPECT_EQ(check(device(0, a, 1)), "create file " + a + "\n");
+  EXPECT_EQ(fs::file_size(a), 0U);
+  EXPECT_EQ(check(device(0, a, 1) + device(1, b, 0)),
+            "create file " + a + "\ncreate file " + b + "\n" + removing + b + "\n");
+  EXPECT_EQ(check(device(0, b, 1) + device(1, a, 1)),
+            "create file " + b + "\ncreate file " + a + "\n" + no_space(a) + removing + b + "\n");
+  EXPECT_TRUE(fs::exists(a));
+}
+
+TEST_F(Devices, FailWithTheReason) {
+  const std::string absent = folder_ / "absent/file";
+  const std::string fifo = folder_ / "fifo";
+  const std::string socket_path = folder_ / "socket";
+  const std::string ring = folder_ / "ring";
+  const std::string newline = folder_ / "new\nline";
+  const std::string long_path = folder_ / std::string(300, 'x');
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  fs::create_symlink("ring", ring);
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{AF_UNIX, {}};
+  socket_path.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  close(listener);
+
+  const auto no_information = [](const std::string& path, int os_error) {
+    const std::string told = path.size() > 255 ? path.substr(0, 255) : path;
+    return "Error: could not get info about device " + path + "\n" +
+           failed(
+               5507,
+               "Operation on file \"" + told + "\" failed, OS status=" + std::to_string(os_error),
+               os_error);
+  };
+  const std::pair<std::string, int> cases[] = {
+      {"", 0},       {absent, ENOENT},         {fifo, ENOTSUP},           {socket_path, ENOTSUP},
+      {ring, ELOOP}, {folder_.path(), EISDIR}, {long_path, ENAMETOOLONG},
+  };
+  for (const auto& [path, os_error] : cases) {
+    EXPECT_EQ(check(device(0, path, 1)), no_information(path, os_error)) << path;
+  }
+  EXPECT_EQ(check("device-0.path=" + (folder_ / "x")),
+            "create file " + (folder_ / "x") + "\nError: device size must be specified\n" +
+                failed(11640, "Invalid option"));
+  EXPECT_EQ(check(device(0, newline, 1)),
+            "create file " + newline + "\nremoving file " + newline + "\n");
+}
+
+TEST_F(Devices, FollowsLinksToTheFileThatItCreates) {
+  const std::string link = folder_ / "link";
+  fs::create_directory(folder_ / "below");
+  fs::create_symlink("below/target", link);
+  EXPECT_EQ(check(device(0, link, 1)), "create file " + link + "\nremoving file " + link + "\n");
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_FALSE(fs::exists(folder_ / "below/target"));
+}
+
+TEST_F(Devices, MeasuresBlockDevicesAndLeavesThemAsTheyAre) {
+  const std::string file = folder_ / "backing";
+  const std::string content(8 << 20, 'x');
+  for (const unsigned sector : {512U, 4096U}) {
+    write_file(file, content);
+    const LoopDevice loop(file, sector);
+    if (!loop.refusal.empty()) GTEST_SKIP() << "skipped: no loop device: " << loop.refusal;
+    EXPECT_EQ(check(device(0, loop.path(), 7)), "create file " + loop.path() + "\n");
+    EXPECT_EQ(check(device(0, loop.path(), 8)),
+              "create file " + loop.path() + "\n" + no_space(loop.path()));
+    EXPECT_EQ(read_file(file), content);
+  }
+}
+
+TEST_F(Devices, DeleteRemovesWhatThereIs) {
+  const std::string first = folder_ / "first";
+  const std::string second = folder_ / "second";
+  const std::string link = folder_ / "link";
+  write_file(second, "x");
+  fs::create_symlink(second, link);
+  const RunResult result = run_program(
+      {MOX_RES_MGR, "delete",
+       "node-0: device-0.path=" + first + ", device-1.path=" + link + ", device-2.path=" + second});
+  EXPECT_EQ(result.out, "Error: delete of file " + first + " failed\n");
+  EXPECT_NE(result.err.find("removing " + first + ": " + std::strerror(ENOENT)), std::string::npos);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+}
+
+// The example of the README, where its two file systems are.
+TEST_F(Devices, TheExampleOfTwoNodesPasses) {
+  const SmallFileSystem srv("1m");
+  if (!srv.refusal.empty()) GTEST_SKIP() << "skipped: no mount of its own: " << srv.refusal;
+  fs::create_directories("/srv");
+  ASSERT_EQ(mount("mox", "/srv", "tmpfs", 0, "size=1m"), 0) << std::strerror(errno);
+  for (const char* place : {"/srv/mox/data", "/srv/mox/log"}) {
+    fs::create_directories(place);
+    ASSERT_EQ(mount("mox", place, "tmpfs", 0, "size=100m"), 0);
+  }
+  const RunResult result = run_program({MOX_RES_MGR, "-f", EXAMPLES "/check-devices.cmd"});
+  EXPECT_EQ(result.out,
+            "checking ipcbase 5000\nnode-1:ipcbase=5000\n"
+            "create file /srv/mox/data/node-1\ncreate file /srv/mox/log/node-1\n"
+            "checking ipcbase 5100\nnode-2:ipcbase=5100\n"
+            "create file /srv/mox/data/node-2\ncreate file /srv/mox/log/node-2\n"
+            "removing file /srv/mox/data/node-1\nremoving file /srv/mox/log/node-1\n"
+            "removing file /srv/mox/data/node-2\nremoving file /srv/mox/log/node-2\n");
+  EXPECT_EQ(result.err, "");
+  for (const char* place : {"/srv/mox/data", "/srv/mox/log", "/srv"}) umount2(place, MNT_DETACH);
+}
+
+}  // namespace
