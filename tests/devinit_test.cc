@@ -1,114 +1,20 @@
 // The device initialiser end to end: what it prints, what it leaves on the device, and what a
 // verification finds in a device that was written by somebody who knows nothing but the layout.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <regex>
 
-#include "tests/support/process.h"
+#include "tests/support/device_image.h"
+#include "tests/support/devinit_run.h"
 #include "tests/support/sandbox.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using Words = std::vector<std::string>;
-
-RunResult devinit(const std::string& options, const std::string& file) {
-  std::istringstream words(DEVINIT " " + options);
-  Words argv{std::istream_iterator<std::string>(words), {}};
-  argv.insert(argv.end(), {"-f", file});
-  return run_program(argv);
-}
-
-std::string error_line(const std::string& text) {
-  return "\nDEVINIT-ERROR: " + text + "\n";
-}
-
-std::string bytes_at(const std::string& file, std::int64_t offset, std::size_t size) {
-  std::string bytes(size, '?');
-  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  const ssize_t moved = pread(fd, bytes.data(), size, offset);
-  close(fd);
-  bytes.resize(moved > 0 ? static_cast<std::size_t>(moved) : 0);
-  return bytes;
-}
-
-void put_at(const std::string& file, std::int64_t offset, const std::string& bytes) {
-  const int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
-  EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
-  close(fd);
-}
-
-std::string big_endian(std::uint32_t value) {
-  std::string bytes;
-  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
-  return bytes;
-}
-
-std::uint32_t word_at(const std::string& file, std::int64_t offset) {
-  std::uint32_t value = 0;
-  for (const char c : bytes_at(file, offset, 4)) value = value << 8 | static_cast<unsigned char>(c);
-  return value;
-}
-
-std::uint32_t hash_of(const std::string& file) {
-  return (word_at(file, 8196) ^ 0x80000000) * 10 + word_at(file, 8200) / 100000;
-}
-
-struct Stamp {
-  std::uint32_t flip, device, id, flop;
-};
-
-void stamp_block(const std::string& file, std::int64_t block_size, std::int64_t block,
-                 const Stamp& stamp) {
-  const std::int64_t offset = 12288 + block * block_size;
-  put_at(file, offset,
-         big_endian(stamp.flip ^ 0x80000000) + big_endian(stamp.device << 24 | stamp.id));
-  put_at(file, offset + block_size - 4, big_endian(stamp.flop ^ 0x80000000));
-}
-
-std::string pattern(std::size_t size) {
-  std::string bytes(size, '\0');
-  std::uint32_t value = 0;
-  for (std::uint32_t i = 0; i < size; i += 4) {
-    value = value * 374441 + i % 1048576 * 1771875;
-    if (i % 1048576 == 0) value = 0;
-    std::memcpy(bytes.data() + i, &value, 4);
-  }
-  return bytes;
-}
-
-// What a verification reports of a device made with "-n 3", the time stamp line apart.
-std::string report(const std::string& file, const std::string& blocks, const std::string& data,
-                   const std::string& size, const std::string& type) {
-  return "Verifying device \"" + file + "\"\nV4.2 signature       = 31415928\n" +
-         "Number of blocks     = " + blocks + "\nNumber of datablocks = " + data +
-         "\nBlock size           = " + size + " bytes\nDevice number        = 3\n" +
-         "Device type          = " + type + " device\nDevice name          = \"" + file + "\"\n" +
-         "Disk based recovery  = 1\nInfo header offset   = 8192\nInfo header size     = 4096\n" +
-         "Data blocks offset   = 12288\n\n";
-}
-
-std::string without_timestamp(const std::string& text) {
-  return std::regex_replace(
-      text, std::regex("Timestamp            = .* \\(hash = 0x[0-9a-f]{8}\\)\n"), "");
-}
-
-std::string counts(int checked, int initialized, int bad, int cached) {
-  char text[200];
-  std::snprintf(text, sizeof text,
-                "%8d blocks checked\n%8d blocks initialized\n%8d blocks bad\n"
-                "%8d blocks in buffer cache\n\nDevice verification completed\n",
-                checked, initialized, bad, cached);
-  return text;
-}
-
 TEST(Devinit, WritesHeaderPatternAndBitmap) {
   const TempFolder folder;
   const std::string file = folder / "device";
@@ -169,14 +75,11 @@ TEST(Devinit, FindsOneFaultWhereverItLies) {
       stamp_block(file, 1024, block, fault);
       const std::int64_t bit = 12288 + 8298 * 1024 + block / 8;
       put_at(file, bit, std::string(1, static_cast<char>(1U << block % 8)));
-      char line[200];
-      std::snprintf(line, sizeof line,
-                    "\n%8u Corrupt  cached id=%8u dev=%3u flip=0x%08x flop=0x%08x", block, fault.id,
-                    fault.device, fault.flip, fault.flop);
       const std::size_t chunk = block / 1024;
       std::string marks(9, 'i');
       marks[chunk] = 'C';
-      marks.insert(chunk, line + ("\n         " + std::string(chunk, ' ')));
+      marks.insert(chunk, block_line(block, "Corrupt", "cached", fault) + "\n         " +
+                              std::string(chunk, ' '));
       EXPECT_EQ(without_timestamp(devinit("-V -V -b 8300", file).out),
                 head + marks + "\n\n" + counts(8298, 8298, 1, 1));
       put_at(file, bit, std::string(1, '\0'));
@@ -189,37 +92,32 @@ TEST(Devinit, VerbositiesOnDataAndLogDevices) {
   const TempFolder folder;
   const std::string file = folder / "device";
   for (const bool log : {false, true}) {
-    const std::string type = log ? "log" : "data";
-    const std::string data = log ? "5" : "4";
-    ASSERT_EQ(devinit("-n 3 -b 5" + std::string(log ? " -l" : ""), file).status, 0);
+    ASSERT_EQ(devinit(log ? "-l -n 3 -b 5" : "-n 3 -b 5", file).status, 0);
     const std::uint32_t hash = hash_of(file);
-    for (const std::uint32_t i : {0U, 1U}) stamp_block(file, 8192, i, {hash, 3, 0, hash});
-    if (!log) put_at(file, 12288 + 4 * 8192, "\x04");
-    char first[200];
-    std::snprintf(first, sizeof first,
-                  "Verified        id=       0 dev=  3 flip=0x%08x flop=0x%08x", hash, hash);
-    const std::string head =
-        report(file, "5", data, "8192", type) + (log ? "" : "Reading 1 bitmap blocks\n\n");
-    const std::string pass = head +
-                             "Verify: one \"c/C/i/I/u/U\" = 128 blocks of 8192 bytes, total " +
-                             (log ? "40960" : "32768") + " bytes";
-    const std::string end = "\n\n" + (log ? "Device verification completed\n" : counts(4, 2, 1, 1));
-    const std::string corrupt = std::regex_replace(first, std::regex("Verified"), "Corrupt ");
-    const std::string line0 = std::string("\n       0 ") + first;
-    const std::string line1 = "\n       1 " + corrupt;
-
-    EXPECT_EQ(without_timestamp(devinit("-V -F -b 5", file).out),
-              head + "Device verification completed\n");
-    EXPECT_EQ(without_timestamp(devinit("-V -b 5", file).out),
-              pass + "\n       0 " + (log ? "u" : "C") + end);
-    EXPECT_EQ(without_timestamp(devinit("-VV -b 5", file).out),
-              pass + "\n       0 " + (log ? "u" : line1 + "\n         C") + end);
-    EXPECT_EQ(without_timestamp(devinit("-VVV -b 5", file).out),
-              pass + (log ? "" : line0 + line1) + end);
-    const std::string all = without_timestamp(devinit("-VVVV -b 5", file).out);
-    EXPECT_EQ(all.substr(0, (pass + line0 + line1).size()), pass + line0 + line1);
-    EXPECT_NE(all.find(log ? "\n       2 Unused          id=" : "\n       2 Unused   cached id="),
-              std::string::npos);
+    for (const std::uint32_t block : {0U, 1U}) stamp_block(file, 8192, block, {hash, 3, 0, hash});
+    if (!log) put_at(file, 12288 + 4 * 8192, "\x01");
+    const char* states[] = {"Verified", "Corrupt", "Unused", "Unused", "Unused"};
+    std::string lines[5];
+    for (std::uint32_t i = 0; i < (log ? 5 : 4); ++i) {
+      lines[i] = block_line(i, states[i], i == 0 && !log ? "cached" : "", stamp_at(file, 8192, i));
+    }
+    const std::string all = lines[0] + lines[1] + lines[2] + lines[3] + lines[4];
+    const std::string head = report(file, "5", log ? "5" : "4", "8192", log ? "log" : "data") +
+                             (log ? "" : "Reading 1 bitmap blocks\n\n");
+    const std::string pass = "Verify: one \"c/C/i/I/u/U\" = 128 blocks of 8192 bytes, total " +
+                             std::string(log ? "40960 bytes" : "32768 bytes");
+    const std::string end = "\n\n" + (log ? completed : counts(4, 2, 1, 1));
+    const std::string mark = log ? "\n       0 u" : "\n       0 C";
+    const std::string interrupted = log ? mark : "\n       0 " + lines[1] + "\n         C";
+    const std::pair<std::string, std::string> cases[] = {
+        {"-V -F", completed},
+        {"-V", pass + mark + end},
+        {"-VV", pass + interrupted + end},
+        {"-VVV", pass + (log ? "" : lines[0] + lines[1]) + end},
+        {"-VVVV", pass + all + end}};
+    for (const auto& [options, out] : cases) {
+      EXPECT_EQ(without_timestamp(devinit(options + " -b 5", file).out), head + out);
+    }
   }
 }
 
@@ -370,29 +268,6 @@ TEST(Devinit, ALostReportIsAnErrorOfAGoodDevice) {
   EXPECT_EQ(run.err, error_line("standard output No space left on device"));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(devinit("-V -b 5", file).status, 0);
-}
-
-// A full pipe stops the run right behind the header, however fast the disk is.
-int status_after_signal(int signal, const std::string& file) {
-  int out[2];
-  EXPECT_EQ(pipe2(out, O_CLOEXEC | O_NONBLOCK), 0);
-  while (write(out[1], "x", 1) == 1) {
-  }
-  fcntl(out[1], F_SETFL, 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(out[1], STDOUT_FILENO);
-    execl(DEVINIT, DEVINIT, "-b", "100", "-f", file.c_str(), nullptr);
-    _exit(127);
-  }
-  std::error_code missing;
-  while (fs::file_size(file, missing) < 12288 || missing) usleep(1000);
-  kill(child, signal);
-  int status = 0;
-  waitpid(child, &status, 0);
-  close(out[0]);
-  close(out[1]);
-  return status;
 }
 
 TEST(Devinit, InterruptedItRemovesTheFileAndDiesOfTheSignal) {

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <string>
-#include <tuple>
 
 #include "kern/blockstamp.h"
 
@@ -13,47 +12,35 @@ namespace {
 
 using Header = std::array<unsigned char, 400>;
 
-auto stored_fields(const DiskInfo& info) {
-  return std::make_tuple(info.flip, info.seconds, info.microseconds, info.signature,
-                         std::string(info.name, sizeof info.name), info.device_number,
-                         info.reserved_a, info.reserved_b, info.block_size, info.device_type,
-                         info.bitmap_switch, info.disk_based_recovery, info.flop,
-                         info.info_header_offset, info.data_blocks_offset, info.second_flop);
+std::string put(const DiskInfo& info) {
+  Header bytes{};
+  EXPECT_EQ(info.put(bytes.data()), bytes.data() + 316);
+  return {reinterpret_cast<char*>(bytes.data()), 316};
 }
 
-TEST(DiskInfo, EveryByteHasItsPlace) {
+TEST(DiskInfo, EveryByteHasItsPlaceAndGetMirrorsPut) {
   DiskInfo info("/d\xff", 7, 8192, 3, 1, 0xaaaa);
   info.seconds = 0x01020304;
   info.microseconds = 0x05060708;
   info.bitmap_switch = 0x11223344;
   info.info_header_offset = 0x0102030405060708;
-  Header bytes{};
-  ASSERT_EQ(info.put(bytes.data()), bytes.data() + 316);
-
   std::string expected("\0\0\xaa\xaa\x81\2\3\4\5\6\7\x8\x81\xdf\x5e\x78\xaf\xe4\x7f", 19);
   expected += std::string(253, '\x80');
   expected += std::string("\x80\0\0\3\x7f\xff\xff\xff\0\0\0\0\x20\0\x81\x91\x22\x33\x44\x81", 20);
   expected += std::string("\0\0\xaa\xaa\1\2\3\4\5\6\7\x8\0\0\0\0\0\0\x30\0\0\0\xaa\xaa", 24);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes.data()), 316), expected);
-}
+  EXPECT_EQ(put(info), expected);
 
-TEST(DiskInfo, GetMirrorsPut) {
-  DiskInfo info(std::string(300, 'x').c_str(), 7, 65535, INT32_MIN, -128, UINT32_MAX);
-  info.seconds = -1;
-  info.reserved_a = INT32_MAX;
-  info.reserved_b = 9;
-  info.disk_based_recovery = 127;
-  info.flop = 1;
-  info.second_flop = 2;
-  info.data_blocks_offset = UINT64_MAX;
-  Header bytes{};
-  info.put(bytes.data());
+  // Bytes that are all different, but for the signature.
+  std::string bytes(316, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + i / 256);
+  bytes.replace(12, 4, "\x81\xdf\x5e\x78");
   DiskInfo read;
-  read.blocks = 5;
-  EXPECT_EQ(read.get(bytes.data()), bytes.data() + 316);
-  EXPECT_EQ(stored_fields(read), stored_fields(info));
-  EXPECT_EQ(std::string(read.name, 256), std::string(256, 'x'));
-  EXPECT_EQ(read.blocks, 5U);
+  const auto* from = reinterpret_cast<const unsigned char*>(bytes.data());
+  EXPECT_EQ(read.get(from), from + 316);
+  EXPECT_EQ(put(read), bytes);
+
+  const DiskInfo longest(std::string(300, 'x').c_str(), 1, 1024, 0, 0, 1);
+  EXPECT_EQ(put(longest).substr(16, 256), std::string(256, '\xf8'));
 }
 
 TEST(DiskInfo, TheSignatureDecidesAboutTheExtension) {
@@ -82,29 +69,26 @@ TEST(DiskInfo, TheSignatureDecidesAboutTheExtension) {
 }
 
 TEST(DiskInfo, Geometry) {
-  const struct {
-    std::uint32_t blocks;
-    std::uint16_t block_size;
-    std::uint64_t bitmap;
-  } cases[] = {{0, 8192, 0},
-               {1, 1024, 1},
-               {2, 1024, 1},
-               {8193, 1024, 1},
-               {8194, 1024, 2},
-               {16386, 1024, 2},
-               {16387, 1024, 3},
-               {100000, 8192, 2},
-               {2147483647, 32768, 8192},
-               {UINT32_MAX, 1024, 524225},
-               {5, 0, 5}};
-  for (const auto& c : cases) {
-    DiskInfo info("n", c.blocks, c.block_size, 0, 0, 1);
-    EXPECT_EQ(info.bitmap_block_count(), 0U);
+  // Blocks, block size, bitmap blocks.
+  const std::uint32_t cases[][3] = {{0, 8192, 0},
+                                    {1, 1024, 1},
+                                    {2, 1024, 1},
+                                    {8193, 1024, 1},
+                                    {8194, 1024, 2},
+                                    {16386, 1024, 2},
+                                    {16387, 1024, 3},
+                                    {100000, 8192, 2},
+                                    {5, 0, 5},
+                                    {2147483647, 32768, 8192},
+                                    {UINT32_MAX, 1024, 524225}};
+  for (const auto& [blocks, block_size, bitmap] : cases) {
+    DiskInfo info("n", blocks, static_cast<std::uint16_t>(block_size), 0, 0, 1);
+    EXPECT_EQ(info.data_block_count(), blocks);
     info.bitmap_switch = 1;
-    EXPECT_EQ(info.bitmap_block_count(), c.bitmap) << c.blocks << "x" << c.block_size;
-    EXPECT_EQ(info.data_block_count(), c.blocks - c.bitmap);
+    EXPECT_EQ(info.bitmap_block_count(), bitmap) << blocks << "x" << block_size;
+    EXPECT_EQ(info.data_block_count(), blocks - bitmap);
     info.device_type = 1;
-    EXPECT_EQ(info.data_block_count(), c.blocks);
+    EXPECT_EQ(info.data_block_count(), blocks);
   }
 }
 

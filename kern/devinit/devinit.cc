@@ -140,6 +140,10 @@ int devinit(int argc, char** argv) {
   sync_and_close(file);
   std::printf("Device %s\n",
               readVerify != 0 ? "verification completed" : "initialized successfully");
-  if (std::fflush(stdout) != 0) devinit_fail("standard output", errno);
+  if (std::fflush(stdout) != 0) {
+    const int error = errno;
+    checkpoint();
+    devinit_fail("standard output", error);
+  }
   return 0;
 }

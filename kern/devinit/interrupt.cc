@@ -1,5 +1,7 @@
 #include "kern/devinit/interrupt.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
 
@@ -9,8 +11,14 @@ namespace {
 
 volatile std::sig_atomic_t caught_signal = 0;
 
+// A signal that comes just before a wait for the reader of the report would be forgotten there:
+// alarms interrupt that wait. Until then SIGALRM keeps the meaning it had.
 extern "C" void note_signal(int signal) {
-  caught_signal = signal;
+  if (signal != SIGALRM) caught_signal = signal;
+  struct sigaction again {};
+  again.sa_handler = note_signal;
+  sigaction(SIGALRM, &again, nullptr);
+  alarm(1);
 }
 
 // Without SA_RESTART, so that a signal also ends a wait for the reader of the report.
@@ -34,7 +42,6 @@ void catch_interrupts() {
 void checkpoint() {
   const int signal = caught_signal;
   if (signal == 0) return;
-  flush_report();
   cleanup();
   set_action(signal, SIG_DFL);
   (void)std::raise(signal);

@@ -6,5 +6,5 @@
 // closed pipe or beyond a file size limit becomes an error of that write.
 void catch_interrupts();
 
-// After a signal: cleans up and dies of it.
+// After a signal: cleans up and dies of it, without waiting for the reader of the report.
 void checkpoint();
