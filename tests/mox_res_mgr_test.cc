@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/ipc_namespace.h"
@@ -160,6 +162,21 @@ TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
             std::string::npos);
   EXPECT_EQ(segment_keys(), std::vector<int>{2003});
   EXPECT_TRUE(kernel_sets().empty());
+}
+
+TEST_F(ResourceManager, OneOfTwoThatRaceForAKeyWins) {
+  for (int round = 0; round < 30; ++round) {
+    std::array<RunResult, 2> racers;
+    std::thread other([&] { racers[1] = run("create node-1: ipcbase=100, evbuf=9"); });
+    racers[0] = run("create node-1: ipcbase=100, evbuf=9");
+    other.join();
+    const RunResult& loser = racers[racers[0].status == 0 ? 1 : 0];
+    EXPECT_EQ(racers[0].status + racers[1].status, 1);
+    EXPECT_NE(loser.out.find("Error number 5515 severity 4"), std::string::npos) << loser.out;
+    EXPECT_EQ(segment_keys(), (std::vector<int>{104, 107}));
+    EXPECT_EQ(set_keys(), std::vector<int>{105});
+    run("delete node-1: ipcbase=100");
+  }
 }
 
 TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {

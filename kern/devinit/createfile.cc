@@ -12,8 +12,8 @@
 #include "kern/devicefile.h"
 #include "kern/devicepath.h"
 #include "kern/devicespace.h"
+#include "kern/devinit/checkpoint.h"
 #include "kern/devinit/headerreport.h"
-#include "kern/devinit/interrupt.h"
 #include "kern/devinit/writeblocks.h"
 #include "kern/initstate.h"
 

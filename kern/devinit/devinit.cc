@@ -7,9 +7,10 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "common/interrupt.h"
 #include "kern/devicefile.h"
+#include "kern/devinit/checkpoint.h"
 #include "kern/devinit/createfile.h"
-#include "kern/devinit/interrupt.h"
 #include "kern/devinit/memory.h"
 #include "kern/devinit/options.h"
 #include "kern/devinit/readblocks.h"
@@ -124,7 +125,7 @@ int devinit(int argc, char** argv) {
   if (options.file == nullptr || options.blocks < 0 || (options.blocks == 0 && readVerify == 0)) {
     devinit_fail("File not found or no blocks");
   }
-  catch_interrupts();
+  if (const int error = holdInterrupts(); error != 0) devinit_fail("sigaction", error);
   const IoBuffers buffers;
   announce(options);
   DiskInfo info;

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "kern/blockstamp.h"
-#include "kern/devinit/interrupt.h"
+#include "kern/devinit/checkpoint.h"
 #include "kern/devinit/progress.h"
 #include "kern/initstate.h"
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "kern/devinit/interrupt.h"
+#include "kern/devinit/checkpoint.h"
 #include "kern/devinit/memory.h"
 #include "kern/initstate.h"
 

@@ -2,10 +2,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
-#include "kern/mox_res_mgr/interrupt.h"
+#include "common/interrupt.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
 #include "kern/mox_res_mgr/lexer.h"
 #include "kern/mox_res_mgr/parser.h"
@@ -25,7 +26,7 @@ bool search_option() {
 }
 
 bool interrupted() {
-  const int signal = pending_interrupt();
+  const int signal = pendingInterrupt();
   if (signal != 0) std::printf("Error: interrupted by signal %d\n", signal);
   return signal != 0;
 }
@@ -46,7 +47,10 @@ outcome make(op& node, bool searching, undo_log& log) {
 // Makes one node after the other until one fails. An interrupt takes effect when the node in hand
 // is done; one that comes behind the last node's check finds the command complete.
 outcome make_all(op_list& ops, bool searching, undo_log& log) {
-  hold_interrupts();
+  if (const int os_error = holdInterrupts(); os_error != 0) {
+    std::printf("Error: signals cannot be held: %s\n", std::strerror(os_error));
+    return outcome::create_failed;
+  }
   try {
     for (op& node : ops) {
       const outcome result = make(node, searching, log);
@@ -63,7 +67,7 @@ outcome make_all(op_list& ops, bool searching, undo_log& log) {
 // What was made is kept or undone as a whole, so an interrupt that was reported ends the process
 // only now.
 void end_if_interrupted(outcome result) {
-  if (result == outcome::interrupted) die_of(pending_interrupt());
+  if (result == outcome::interrupted) dieOfSignal(pendingInterrupt());
 }
 
 }  // namespace

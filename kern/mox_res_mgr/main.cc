@@ -1,12 +1,11 @@
 // mox_res_mgr: creates, checks and deletes the operating-system resources of database nodes.
-#include <csignal>
 #include <cstdio>
 #include <new>
 
 #include "common/buildinfo.h"
 #include "common/releaseinfo.h"
 #include "common/scanarg.h"
-#include "common/stdfds.h"
+#include "common/stdstreams.h"
 #include "kern/mox_res_mgr/command_file.h"
 #include "kern/mox_res_mgr/commands.h"
 #include "kern/mox_res_mgr/report.h"
@@ -63,7 +62,6 @@ exit_status run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openStandardStreams();
-  std::signal(SIGPIPE, SIG_IGN);
   // Whoever reads along sees every line when it is true, also when the process is killed.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   try {

@@ -37,7 +37,8 @@ void log_os_error(const char* activity, const char* object, int os_error) {
   logmsg.start(LEVEL_ERR, HERE);
   logmsg.txt(activity);
   logmsg.chr(' ');
-  logmsg.txt(object);
+  // The logger refuses pieces that are longer than its messages.
+  logmsg.txt(object, static_cast<int>(strnlen(object, 1000)));
   logmsg.txt(": ");
   logmsg.txt(std::strerror(os_error));
   logmsg.chr('\n');
