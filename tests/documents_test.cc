@@ -30,25 +30,27 @@ std::string page(const std::string& name) {
   return read_file(sources + "man/" + name);
 }
 
-std::vector<std::string> lines(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> result;
-  for (std::string line; std::getline(stream, line);) result.push_back(line);
-  return result;
-}
-
 std::string replace_all(const std::string& text, const std::string& from, const std::string& to) {
   return std::regex_replace(text, std::regex(from), to);
 }
 
-std::vector<std::smatch::value_type::string_type> matches(const std::string& text,
-                                                          const std::string& pattern) {
+// What the pattern's group matches, everywhere.
+std::vector<std::string> matches(const std::string& text, const std::string& pattern) {
   const std::regex expression(pattern);
   std::vector<std::string> result;
   for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at) {
     result.push_back((*at)[1]);
   }
   return result;
+}
+
+std::vector<std::string> lines(const std::string& text) {
+  return matches(text, "([^\n]*)\n");
+}
+
+std::string changed_case(std::string word, int (*change)(int)) {
+  for (char& c : word) c = static_cast<char>(change(c));
+  return word;
 }
 
 // The arguments of a macro in the list items of a page.
@@ -118,9 +120,8 @@ TEST_F(Documents, KeywordsAreThoseThatTheParserAccepts) {
     Words at_node;
     Words at_device;
     for (int kind = resmgr::T_CREATE; kind <= resmgr::T_LOG; ++kind) {
-      std::string word = resmgr::token_name(static_cast<resmgr::token>(kind)) + 2;
-      std::transform(word.begin(), word.end(), word.begin(),
-                     [](char c) { return static_cast<char>(std::tolower(c)); });
+      const std::string word =
+          changed_case(resmgr::token_name(static_cast<resmgr::token>(kind)) + 2, std::tolower);
       if (accepts(command + " node-0: " + word + "=0")) at_node.insert(word);
       if (accepts(command + " node-0: device-0." + word + "=1")) at_device.insert(word);
     }
@@ -135,11 +136,9 @@ TEST_F(Documents, KeywordsAreThoseThatTheParserAccepts) {
   }
   EXPECT_EQ(listed("mox_res_mgr.8", "Cm"), known);
   const std::string usage = shell("mox_res_mgr -h").out;
-  for (std::string word : known) {
-    if (word == "search") continue;
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [](char c) { return static_cast<char>(std::toupper(c)); });
-    EXPECT_NE(usage.find(word), std::string::npos) << word;
+  for (const std::string& word : known) {
+    const std::string shown = word == "search" ? "--search" : changed_case(word, std::toupper);
+    EXPECT_NE(usage.find(shown), std::string::npos) << word;
   }
 }
 
@@ -171,9 +170,8 @@ TEST_F(Documents, CompletionFollowsTheCommand) {
 
 // The fixed beginnings of all texts that the sources print, and the items of the page.
 void expect_listed(const std::string& name, const Words& texts) {
-  const std::string source = page(name);
   std::vector<std::string> items;
-  for (const std::string& item : matches(source, "\n\\.It Sy \"([^\n]*)\"(?=\n)")) {
+  for (const std::string& item : matches(page(name), "\n\\.It Sy \"([^\n]*)\"(?=\n)")) {
     items.push_back(replace_all(item, "\"\"", "\""));
   }
   for (const std::string& text : texts) {
@@ -182,18 +180,6 @@ void expect_listed(const std::string& name, const Words& texts) {
                             [&](const std::string& item) { return item.starts_with(beginning); }))
         << name << " lacks: " << beginning;
   }
-}
-
-std::string program_source(const std::vector<std::string>& places) {
-  std::string text;
-  for (const std::string& place : places) {
-    if (std::filesystem::is_regular_file(sources + place)) text += read_file(sources + place);
-    if (!std::filesystem::is_directory(sources + place)) continue;
-    for (const auto& entry : std::filesystem::directory_iterator(sources + place)) {
-      if (entry.path().extension() == ".cc") text += read_file(entry.path().string());
-    }
-  }
-  return text;
 }
 
 Words error_numbers_with_texts(const std::string& source) {
@@ -209,22 +195,22 @@ Words error_numbers_with_texts(const std::string& source) {
 }
 
 TEST_F(Documents, EveryDiagnosticIsExplained) {
-  const auto expect_all = [](const std::string& name, const std::string& source,
+  const auto source = [this](const std::string& files) {
+    return shell("cd " + sources + " && cat " + files).out;
+  };
+  const auto expect_all = [](const std::string& name, const std::string& code,
                              const std::string& pattern) {
-    const std::vector<std::string> texts = matches(source, pattern);
+    const std::vector<std::string> texts = matches(code, pattern);
     EXPECT_GE(texts.size(), 5U);
     expect_listed(name, Words(texts.begin(), texts.end()));
   };
-  const std::string manager =
-      program_source({"kern/mox_res_mgr", "common/sharedmem.cc", "utl/semops.cc"});
+  const std::string manager = source("kern/mox_res_mgr/*.cc common/sharedmem.cc utl/semops.cc");
   expect_all("mox_res_mgr.8", manager, "printf\\(\"(Error: [^\"]*)\"");
   expect_all("mox_res_mgr.8", manager, "log_line\\(LEVEL_WRN,\\s*\"([^\"]*)\"");
   expect_listed("mox_res_mgr.8", error_numbers_with_texts(manager));
-  expect_all("devinit.8",
-             program_source({"kern/devinit", "kern/devicefile.cc", "kern/devicespace.cc"}),
+  expect_all("devinit.8", source("kern/devinit/*.cc kern/device*.cc"),
              "devinit_(?:fail|report)\\(\"([^\"]*)\"");
-  const std::string reader = program_source(
-      {"common/scanconf.cc", "common/variable.cc", "common/variables.cc", "common/logconfig.cc"});
+  const std::string reader = source("common/scanconf.cc common/variable*.cc common/logconfig.cc");
   expect_listed("mox.conf.5", error_numbers_with_texts(reader));
 }
 
