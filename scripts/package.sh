@@ -18,12 +18,15 @@ need man-db mandoc systemd bash-completion util-linux
 
 before=$(mktemp)
 find /usr /etc /lib -xdev \( -name '*mox*' -o -name 'devinit*' \) | sort >"$before"
-# Dependencies come from the archive, the packages themselves from here.
-apt-get install -y -qq --no-install-recommends ./build/package/*.deb >/dev/null
+# Dependencies come from the archive, the packages themselves from here. Images of containers leave
+# documents out.
+apt-get install -y -qq --no-install-recommends -o 'Dpkg::Options::=--path-include=/usr/share/*' \
+  ./build/package/*.deb >/dev/null
 trap 'dpkg -r mox-resources libmox-dev >/dev/null' EXIT
 
 echo "== the programs run"
 scratch=$(mktemp -d)
+# shellcheck disable=SC2016
 unshare --ipc sh -euc '
   mox_res_mgr -f /usr/share/doc/mox-resources/examples/two-nodes.cmd
   test "$(ipcs -m | grep -c "^0x")" = 12
