@@ -1,0 +1,2 @@
+delete
+node-1: ipcbase=5000

@@ -1,0 +1,2 @@
+create
+node-2: ipcbase=5100, databuf=1048576, tlogbuf=262144, nlogbuf=262144, sqlbuf=524288, evbuf=65536

@@ -1,0 +1,2 @@
+delete
+node-2: ipcbase=5100
