@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the scripts beside it: installs the Debian packages that are missing.
 #   need PACKAGE...
 
