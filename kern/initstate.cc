@@ -18,21 +18,26 @@ std::uint64_t totdevsize = 0;
 
 namespace {
 
-bool is_regular_file_open_at(int fd, const char* path) {
+// What is left behind is told by its name.
+void remove_unfinished_file() {
   struct stat opened {};
   struct stat named {};
-  return fstat(fd, &opened) == 0 && lstat(path, &named) == 0 && S_ISREG(named.st_mode) &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  if (fstat(clean_fd, &opened) != 0 || lstat(clean_name.c_str(), &named) != 0) {
+    if (errno != ENOENT) devinit_report(("stat " + clean_name).c_str(), errno);
+    return;
+  }
+  const bool ours =
+      S_ISREG(named.st_mode) && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  if (ours && unlink(clean_name.c_str()) != 0) {
+    devinit_report(("unlink " + clean_name).c_str(), errno);
+  }
 }
 
 }  // namespace
 
 void cleanup() {
   if (clean_fd < 0) return;
-  if (readVerify == 0 && is_regular_file_open_at(clean_fd, clean_name.c_str()) &&
-      unlink(clean_name.c_str()) != 0) {
-    devinit_report(("unlink " + clean_name).c_str(), errno);
-  }
+  if (readVerify == 0) remove_unfinished_file();
   close(clean_fd);  // the error that led here has been told; one more would say nothing new
   clean_fd = -1;
   clean_name.clear();

@@ -164,6 +164,41 @@ TEST_F(Failures, ByAKillAreCleanedUpByADelete) {
                     [](const RunResult& result) { EXPECT_EQ(result.signal, SIGKILL); });
 }
 
+TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
+  const Command initialise = {DEVINIT, "-p", "-b", "1100", "-s", "1024", "-f", file};
+  const std::string content = [&] {
+    run_program(initialise);
+    return read_file(file);
+  }();
+  const auto same_format = [&](const std::string& device) {  // the creation time apart
+    return device.size() == content.size() && device.substr(8204) == content.substr(8204);
+  };
+  for (const char* what : {"error=EIO", "signal=SIGTERM"}) {
+    strike_everywhere(initialise, what, no_preparation, [&](const RunResult& result) {
+      const std::string device = read_file(file);
+      if (result.status == 0) {
+        EXPECT_TRUE(same_format(device));
+      } else if (same_format(device)) {  // a good device, whose report was lost
+        EXPECT_TRUE(result.err.empty() || result.err.find("standard output") != std::string::npos);
+      } else {
+        EXPECT_TRUE(!fs::exists(file) || result.err.find(file) != std::string::npos);
+        EXPECT_TRUE(result.signal == SIGTERM ||
+                    result.err.find("DEVINIT-ERROR") != std::string::npos);
+      }
+    });
+  }
+  const Command verify = {DEVINIT, "-V", "-b", "1100", "-f", file};
+  const auto put_device = [&] { write_file(file, content); };
+  put_device();
+  const std::string report = run_program(verify).out;
+  strike_everywhere(verify, "error=EIO", put_device, [&](const RunResult& result) {
+    EXPECT_EQ(read_file(file), content);
+    EXPECT_EQ(result.status == 0, result.out == report);
+    const bool told = result.err.find("DEVINIT-ERROR") != std::string::npos;
+    EXPECT_TRUE(result.status == 0 || told || result.err.empty());
+  });
+}
+
 #ifdef FAILING_MALLOC
 TEST_F(Failures, OfAnAllocationLeaveAllOrNothing) {
   const std::string mark = folder / "mark";

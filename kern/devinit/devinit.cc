@@ -116,12 +116,20 @@ void sync_and_close(DirectFile& file) {
   clean_name.clear();
 }
 
+// A good device whose report was lost is no success: nobody could tell it from another.
+int finish_report() {
+  const int error = std::fflush(stdout) != 0 ? errno : 0;
+  if (error == 0 && std::ferror(stdout) == 0) return 0;
+  checkpoint();
+  devinit_fail("standard output", error);
+}
+
 }  // namespace
 
 int devinit(int argc, char** argv) {
   Options options;
   const OptionsResult result = parse_options(argc, argv, options);
-  if (result != OptionsResult::RUN) return result == OptionsResult::DONE ? 0 : 1;
+  if (result != OptionsResult::RUN) return result == OptionsResult::DONE ? finish_report() : 1;
   if (options.file == nullptr || options.blocks < 0 || (options.blocks == 0 && readVerify == 0)) {
     devinit_fail("File not found or no blocks");
   }
@@ -141,10 +149,5 @@ int devinit(int argc, char** argv) {
   sync_and_close(file);
   std::printf("Device %s\n",
               readVerify != 0 ? "verification completed" : "initialized successfully");
-  if (std::fflush(stdout) != 0) {
-    const int error = errno;
-    checkpoint();
-    devinit_fail("standard output", error);
-  }
-  return 0;
+  return finish_report();
 }
