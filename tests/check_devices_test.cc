@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/error_block.h"
 #include "tests/support/ipc_namespace.h"
 #include "tests/support/process.h"
 #include "tests/support/sandbox.h"
@@ -18,12 +19,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The lines of a CHECK that fails at its device, from the error number on.
-std::string failed(int number, const std::string& text, int os_error = 0) {
-  std::string line = "RESMGR ERROR Error number " + std::to_string(number) + " severity 4 KORV-S-" +
-                     (number < 10000 ? "0" : "") + std::to_string(number) + ": " + text;
-  if (os_error != 0) line += std::string(" OS error message: ") + std::strerror(os_error);
-  return line + "\nError: check failed\n";
+// The end of a CHECK that fails at a device.
+std::string failed(int number, const std::string& text, int os_error = -1) {
+  return error_block(number, 4, text, os_error) + "Error: check failed\n";
 }
 
 class Devices : public IpcTest {
@@ -106,10 +104,7 @@ TEST_F(Devices, FailWithTheReason) {
   const auto no_information = [](const std::string& path, int os_error) {
     const std::string told = path.size() > 255 ? path.substr(0, 255) : path;
     return "Error: could not get info about device " + path + "\n" +
-           failed(
-               5507,
-               "Operation on file \"" + told + "\" failed, OS status=" + std::to_string(os_error),
-               os_error);
+           failed(5507, "Operation on file \"" + told + "\" failed", os_error);
   };
   const std::pair<std::string, int> cases[] = {
       {"", 0},       {absent, ENOENT},         {fifo, ENOTSUP},           {socket_path, ENOTSUP},

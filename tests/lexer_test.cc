@@ -79,31 +79,5 @@ TEST(Lexer, ReadsPathsAsTheyStand) {
   }
 }
 
-// The whole report is checked end to end; here, where the caret stands.
-TEST(Lexer, PointsAtTheLastCharacterRead) {
-  const struct {
-    const char* text;
-    const char* report;
-  } cases[] = {
-      {"", "Error: \\n\n\n^\nUsage"},
-      {"x", "Error: x\\n\nx\n^\nUsage"},
-      {" create 17 node", "Error: 17\n create 17\n         ^\nUsage"},
-      {" create  ", "Error: create\\n\n create  \n        ^\nUsage"},
-  };
-  for (const auto& c : cases) {
-    begin(c.text);
-    lookahead = gettoken();
-    testing::internal::CaptureStdout();
-    EXPECT_THROW(
-        {
-          match(T_CREATE);
-          error();
-        },
-        RunEnded);
-    const std::string report = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(report.substr(0, std::string(c.report).size()), c.report);
-  }
-}
-
 }  // namespace
 }  // namespace resmgr

@@ -9,50 +9,21 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/error_block.h"
 #include "tests/support/ipc_namespace.h"
 #include "tests/support/process.h"
+#include "tests/support/sandbox.h"
 
 namespace {
 
 const std::string usage_text =
-    "Usage: " MOX_RES_MGR
-    " <command>\n"
-    "keywords are marked in uppercase below, but are case insignificant\n"
-    "\n"
-    "<command> ::= <create> | <check> | <delete>;\n"
-    "<create>  ::= CREATE [--search] <create_spec> [create_spec]...\n"
-    "<check>   ::= CHECK  [--search] <check_spec>  [check_spec]...\n"
-    "<delete>  ::= DELETE            <delete_spec> [delete_spec]...\n"
-    "\n"
-    "<delete_spec>      ::= <node_spec> <path_or_base> [, <path_or_base> ]...\n"
-    "<path_or_base>     ::= <ipc_spec> | <device_path_spec>\n"
-    "<device_path_spec> ::= <device_spec>  PATH = <string> (* Path to device *)\n"
-    "<create_spec>      ::= <node_spec> <ipc_assignment> [, <ipc_assignment>]...\n"
-    "<check_spec>       ::= <node_spec> <assignment> [, assignment]...\n"
-    "<node_spec>        ::= NODE-  <node_no> :\n"
-    "<assignment>       ::= <ipc_assignment> | <device_spec> <device_assignment>\n"
-    "<ipc_assignment>   ::= \n"
-    "  <ipc_spec> |\n"
-    "  DATABUF = Int64 |  (* Size of data buffer in bytes *)\n"
-    "  NLOGBUF = Int32 |  (* Size of buffer for node-internal log in bytes *)\n"
-    "  TLOGBUF = Int32 |  (* Size of tuple log buffer in bytes *)\n"
-    "  SQLBUF  = Int32 |  (* Size SQL work area in bytes *)\n"
-    "  EVBUF   = Int32;   (* Size of event buffer in bytes *)\n"
-    "<ipc_spec>         ::= IPCBASE = Int32; (* Base for IPC keys, search will start here *)\n"
-    "<device_spec>      ::= DEVICE-  <device_no> .\n"
-    "<device_assignment>::= \n"
-    "  SIZE    = Int32 |  (* Size in MB *)\n"
-    "  PATH    = <string> (* Path to device *)\n"
-    "<node_no>          ::= Int32\n"
-    "<device_no>        ::= Int32 (* This is a free numbering, not the device ID.*)\n"
-    "<string>           ::= [^. ]+\n";
+    "Usage: " MOX_RES_MGR " <command>\n" + read_file(TEST_DATA "/usage.txt");
 const std::string abnormal = "abnormal termination, exit(1)\n";
 
 std::vector<std::string> words(const std::string& line) {
@@ -66,40 +37,14 @@ RunResult run(const std::string& line) {
   return run_program(words(line));
 }
 
-// "RESMGR ERROR Error number ...", the line that stands in front of an "Error:" line.
-std::string block(int number, int severity, const std::string& text, int os_error = 0) {
-  char head[100];
-  std::snprintf(head, sizeof head,
-                "RESMGR ERROR Error number %d severity %d KORV-%c-%05d: ", number, severity,
-                severity == 4 ? 'S' : 'E', number);
-  std::string line = head + text;
-  if (os_error != 0) {
-    line +=
-        ", OS status=" + std::to_string(os_error) + " OS error message: " + std::strerror(os_error);
-  }
-  return line + "\n";
-}
-
 std::string no_segment(int key) {
   const std::string text = std::to_string(key);
-  return block(5510, 4, "Getting shared memory segment with key \"" + text + "\" failed", ENOENT) +
+  return error_block(5510, 4, "Getting shared memory segment with key \"" + text + "\" failed",
+                     ENOENT) +
          "Error: delete of shared memory segment " + text + " failed\n";
 }
 
-class ResourceManager : public IpcTest {
- protected:
-  std::string folder() {
-    if (folder_.empty()) folder_ = testing::TempDir() + "resmgr." + std::to_string(getpid());
-    std::filesystem::create_directory(folder_);
-    return folder_;
-  }
-  void TearDown() override {
-    if (!folder_.empty()) std::filesystem::remove_all(folder_);
-  }
-
- private:
-  std::string folder_;
-};
+using ResourceManager = IpcTest;
 
 TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
   const RunResult create = run("create --search node-1: ipcbase=5000, databuf=1048576");
@@ -122,7 +67,7 @@ TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
   EXPECT_TRUE(kernel_sets().empty());
 
   const RunResult again = run("delete node-1: ipcbase=5000");
-  EXPECT_EQ(again.out, block(5520, 3, "Creating semaphore with key \"5005\" failed", ENOENT) +
+  EXPECT_EQ(again.out, error_block(5520, 3, "Creating semaphore with key \"5005\" failed", ENOENT) +
                            "Error: cannot attach to semaphore 5005\n" + no_segment(5001) +
                            no_segment(5002) + no_segment(5003) + no_segment(5004) +
                            no_segment(5005));
@@ -154,7 +99,7 @@ TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
       run("create node-0: ipcbase=1000, evbuf=10 node-1: ipcbase=2000, databuf=10, nlogbuf=10");
   EXPECT_EQ(create.out,
             "checking ipcbase 1000\nnode-0:ipcbase=1000\nchecking ipcbase 2000\n" +
-                block(5515, 4, "Shared memory segment with key \"2003\" exists already") +
+                error_block(5515, 4, "Shared memory segment with key \"2003\" exists already") +
                 "Error: create failed, removing 4 elements\n" + abnormal);
   EXPECT_EQ(create.status, 1);
   EXPECT_NE(create.err.find("in the way: segment with key 2003: shmid " + std::to_string(stranger) +
@@ -187,7 +132,8 @@ TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {
   // One that has fewer semaphores exists, too, but is of no use.
   semget(3005, 2, IPC_CREAT | 0600);
   const RunResult small = run("create node-2: ipcbase=3000");
-  const std::string failure = block(5520, 3, "Creating semaphore with key \"3005\" failed", EINVAL);
+  const std::string failure =
+      error_block(5520, 3, "Creating semaphore with key \"3005\" failed", EINVAL);
   EXPECT_EQ(small.out, "checking ipcbase 3000\n" + failure + "Error: mutex creation failed\n" +
                            failure + "Error: create failed, removing 1 elements\n" + abnormal);
   EXPECT_EQ(segment_keys(), std::vector<int>{1004});
@@ -214,9 +160,10 @@ TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
             "checking ipcbase 10\nnode-1:ipcbase=10\nchecking ipcbase 20\nnode-2:ipcbase=20\n");
   EXPECT_EQ(good.status, 0);
   const RunResult bad = run("check node-1: ipcbase=10 node-2: ipcbase=10");
-  EXPECT_EQ(bad.out, "checking ipcbase 10\nnode-1:ipcbase=10\nchecking ipcbase 10\n" +
-                         block(5515, 4, "Shared memory segment with key \"14\" exists already") +
-                         "Error: check failed\n");
+  EXPECT_EQ(bad.out,
+            "checking ipcbase 10\nnode-1:ipcbase=10\nchecking ipcbase 10\n" +
+                error_block(5515, 4, "Shared memory segment with key \"14\" exists already") +
+                "Error: check failed\n");
   EXPECT_EQ(bad.status, 0);
   EXPECT_TRUE(kernel_segments().empty());
   EXPECT_TRUE(kernel_sets().empty());
@@ -228,7 +175,7 @@ TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
 TEST_F(ResourceManager, RefusesKeyZeroEverywhere) {
   const std::string failure =
       "Error: illegal key 0\n" +
-      block(5510, 4, "Getting shared memory segment with key \"0\" failed, OS status=0");
+      error_block(5510, 4, "Getting shared memory segment with key \"0\" failed", 0);
   const RunResult create = run("create node-0: ipcbase=0");
   EXPECT_EQ(create.out, failure + "Error: create failed, removing 0 elements\n" + abnormal);
   EXPECT_EQ(create.status, 1);
@@ -241,10 +188,11 @@ TEST_F(ResourceManager, RefusesKeyZeroEverywhere) {
 TEST_F(ResourceManager, NamesTheKernelLimitThatItMet) {
   std::ofstream("/proc/sys/kernel/shmmni") << 1;
   const RunResult count = run("create node-0: ipcbase=10, databuf=5");
-  EXPECT_EQ(count.out,
-            "checking ipcbase 10\n" +
-                block(5510, 4, "Getting shared memory segment with key \"14\" failed", ENOSPC) +
-                "Error: create failed, removing 1 elements\n" + abnormal);
+  EXPECT_EQ(
+      count.out,
+      "checking ipcbase 10\n" +
+          error_block(5510, 4, "Getting shared memory segment with key \"14\" failed", ENOSPC) +
+          "Error: create failed, removing 1 elements\n" + abnormal);
   EXPECT_NE(count.err.find("kernel limit met: kernel.shmmni=1 segments, in use now 1; "),
             std::string::npos)
       << count.err;
@@ -296,7 +244,7 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
       {"", nothing_read, 1},
       {"-n 3", "opt: ?\nError: 3\\n\n 3\n ^\n" + usage_text + abnormal, 1},
       {"-f /nonexistent create node-0:",
-       block(5500, 4, "Opening file \"/nonexistent\" failed", ENOENT), 1},
+       error_block(5500, 4, "Opening file \"/nonexistent\" failed", ENOENT), 1},
       {"CREATE node-0:", "Error: CREATE\n CREATE\n      ^\n" + usage_text + abnormal, 1},
       {"delete --search node-0: ipcbase=5",
        "Error: --\n delete --\n         ^\n" + usage_text + abnormal, 1},
@@ -322,9 +270,10 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
 }
 
 TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
-  const std::string path = folder() + "/command";
+  const TempFolder folder;
+  const std::string path = folder / "command";
   const auto run_text = [&](const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
+    write_file(path, text);
     return run("-f " + path + " these words do not count");
   };
   const RunResult good = run_text("create\tnode-0:\r\n  ipcbase=100\n");
@@ -338,8 +287,8 @@ TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
   EXPECT_EQ(zero.status, 1);
   EXPECT_EQ(segment_keys(), std::vector<int>{104});
 
-  const RunResult dir = run("-f " + folder());
-  EXPECT_EQ(dir.out, block(5502, 4, "Reading file \"" + folder() + "\" failed", EISDIR));
+  const RunResult dir = run("-f " + folder.path());
+  EXPECT_EQ(dir.out, error_block(5502, 4, "Reading file \"" + folder.path() + "\" failed", EISDIR));
   EXPECT_EQ(dir.status, 1);
   ASSERT_EQ(mkfifo((path + ".fifo").c_str(), 0600), 0);
   EXPECT_EQ(run("-f " + path + ".fifo").status, 1);
