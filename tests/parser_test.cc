@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -77,55 +78,46 @@ TEST(Parser, TakesNumbersWithTheirOldLimits) {
 }
 
 TEST(Parser, RefusesWithTheReasonAndThePlace) {
+  const parse create = create_operands;
+  const parse del = delete_operands;
   const struct {
     parse parser;
-    const char* text;
-    const char* report;
+    std::string read;  // up to the caret
+    std::string rest;
+    std::string token;
+    std::string reason;
   } cases[] = {
-      {create_operands, "node-4294967296:",
-       "Error: number 4294967296 is too big\nError: 4294967296\nnode-4294967296\n"
-       "              ^"},
-      {create_operands, "node-0: ipcbase=2147483648",
-       "Error: number 2147483648 is too big\nError: 2147483648\\n\nnode-0: ipcbase=2147483648\n"
-       "                         ^"},
-      {create_operands, "node-0: databuf=2147483648 ",
-       "Error: number 2147483648 is too big\nError: 2147483648\nnode-0: databuf=2147483648\n"
-       "                         ^"},
-      {create_operands, "node-0: ipcbase=1, ipcbase=2",
-       "Error: ipcbase already specified\nError: =\nnode-0: ipcbase=1, ipcbase=\n"
-       "                          ^"},
-      {create_operands, "node-0: databuf=1, databuf=2",
-       "Error: databuf already specified\nError: =\nnode-0: databuf=1, databuf=\n"
-       "                          ^"},
-      {create_operands, "node-0: device-0.path=/x",
-       "Error: device spec not allowed for create\nError: device\nnode-0: device\n"
-       "             ^"},
-      {operands, "node-0: dictbuf=5", "Error: dictbuf\nnode-0: dictbuf\n              ^"},
-      {operands, "node-0: ipcbase=-5", "Error: -\nnode-0: ipcbase=-\n                ^"},
-      {operands, "node-0: device-0.size=1, device-0.size=2",
-       "Error: device size already specified\nError: 2\\n\n"
-       "node-0: device-0.size=1, device-0.size=2\n                                       ^"},
-      {operands, "node-0: device-0.path=/a, device-0.path=/b",
-       "Error: device path already specified\nError: =\nnode-0: device-0.path=/a, device-0.path=\n"
-       "                                       ^"},
-      {operands, "node-0: device-0.path=  ",
-       "Error: expected path name, found \nError: =\\n\nnode-0: device-0.path=  \n"
-       "                       ^"},
-      {operands, "node-0: device-0.type=x",
-       "Error: type\nnode-0: device-0.type\n"
-       "                    ^"},
-      {delete_operands, "node-0: device-0.size=1",
-       "Error: size\nnode-0: device-0.size\n"
-       "                    ^"},
-      {delete_operands, "node-0: databuf=1", "Error: databuf\nnode-0: databuf\n              ^"},
-      {delete_operands, "--search node-0:", "Error: --\n--\n ^"},
-      {create_operands, "NODE-0: ipcbase=1", "Error: NODE\nNODE\n   ^"},
-      {create_operands, "node 0:", "Error: 0\nnode 0\n     ^"},
-      {create_operands, "node-0 ipcbase", "Error: ipcbase\\n\nnode-0 ipcbase\n             ^"},
-      {create_operands, "node-x:", "Error: x\nnode-x\n     ^"},
-      {create_operands, "", "Error: \\n\n\n^"},
+      {create, "node-4294967296", ":", "4294967296", "number 4294967296 is too big"},
+      {create, "node-0: ipcbase=2147483648", "", "2147483648", "number 2147483648 is too big"},
+      {create, "node-0: databuf=2147483648", " ", "2147483648", "number 2147483648 is too big"},
+      {create, "node-0: ipcbase=1, ipcbase=", "2", "=", "ipcbase already specified"},
+      {create, "node-0: databuf=1, databuf=", "2", "=", "databuf already specified"},
+      {create, "node-0: device", "-0.path=/x", "device", "device spec not allowed for create"},
+      {create, "NODE", "-0: ipcbase=1", "NODE", ""},
+      {create, "node 0", ":", "0", ""},
+      {create, "node-x", ":", "x", ""},
+      {create, "node-0 ipcbase", "", "ipcbase", ""},
+      {create, "", "", "", ""},
+      {create, "node-0: 5", " ", "5", ""},
+      {operands, "node-0: dictbuf", "=5", "dictbuf", ""},
+      {operands, "node-0: ipcbase=-", "5", "-", ""},
+      {operands, "node-0: device-0.type", "=x", "type", ""},
+      {operands, "node-0: device-0.size=1, device-0.size=2", "", "2",
+       "device size already specified"},
+      {operands, "node-0: device-0.path=/a, device-0.path=", "/b", "=",
+       "device path already specified"},
+      {operands, "node-0: device-0.path=  ", "", "=", "expected path name, found "},
+      {del, "node-0: device-0.size", "=1", "size", ""},
+      {del, "node-0: databuf", "=1", "databuf", ""},
+      {del, "--", "search node-0:", "--", ""},
   };
-  for (const auto& c : cases) EXPECT_EQ(result(c.parser, c.text), c.report) << c.text;
+  for (const auto& c : cases) {
+    const std::string reason = c.reason.empty() ? "" : "Error: " + c.reason + "\n";
+    const std::string blanks(std::max<std::size_t>(c.read.size(), 1) - 1, ' ');
+    EXPECT_EQ(result(c.parser, c.read + c.rest), reason + "Error: " + c.token +
+                                                     (c.rest.empty() ? "\\n\n" : "\n") + c.read +
+                                                     "\n" + blanks + "^");
+  }
   // "Already specified" means not 0, and an empty path is none.
   EXPECT_EQ(parsed(create_operands, "node-0: ipcbase=0, ipcbase=2").begin()->ipc.ipcbase, 2);
   const op_list ops = parsed(operands, "node-0: device-0.path= , device-0.path=");
