@@ -1,0 +1,179 @@
+// The system log, against a real datagram socket at /dev/log in a mount namespace of its own, and
+// the configuration of its map.
+#include "common/syseventlog.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+
+#include "common/logconfig.h"
+#include "common/logger.h"
+#include "common/variables.h"
+#include "tests/scratch.h"
+
+namespace {
+
+Status set(const char* name, const char* value) {
+  Status status;
+  VarSet::instance().set(name, value, status);
+  return status;
+}
+
+void log(LogLevel level, const char* text) {
+  logmsg.start(level, "somewhere.cc", 7);
+  logmsg.txt(text);
+  logmsg.logg();
+}
+
+// The socket, or -1 where this process may not have one.
+int own_system_log() {
+  if (unshare(CLONE_NEWNS) != 0) return -1;
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return -1;
+  if (mount("tmpfs", "/dev", "tmpfs", 0, nullptr) != 0) return -1;
+  const int log_socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const sockaddr_un address = {AF_UNIX, "/dev/log"};
+  const auto* raw = reinterpret_cast<const sockaddr*>(&address);
+  return bind(log_socket, raw, sizeof address) == 0 ? log_socket : -1;
+}
+
+// All datagrams so far, without their time stamps, a line each.
+std::string received(int log_socket) {
+  std::string text;
+  char buffer[8192];
+  for (ssize_t n = 0; (n = recv(log_socket, buffer, sizeof buffer, MSG_DONTWAIT)) >= 0;) {
+    text += std::string(buffer, static_cast<std::size_t>(n)) + "\n";
+  }
+  return std::regex_replace(text, std::regex(">[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "), ">");
+}
+
+// Runs code in a child with a system log of its own and returns what it reports; "skipped" where
+// the kernel refuses.
+std::string in_own_system_log(const std::function<std::string(int)>& code) {
+  const ScratchFolder folder;
+  const std::string report = folder / "report";
+  const int report_file = open(report.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  const pid_t child = fork();
+  if (child == 0) {
+    const int log_socket = own_system_log();
+    const std::string text = log_socket < 0 ? "skipped" : code(log_socket);
+    const ssize_t written = write(report_file, text.data(), text.size());
+    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(report_file);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  return std::regex_replace(read_file(report), std::regex("[\\[:][0-9]+"), "#");
+}
+
+TEST(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
+  const std::string text = in_own_system_log([](int log_socket) {
+    std::string result;
+    set("historytime", "0");
+    logmsg.newConfig();
+    logmsg.setMethodAll(LogMethod::SYSTEM_LOG_ONLY);
+    for (int level = 0; level < log_level_count; ++level) {
+      log(static_cast<LogLevel>(level), "default 100%s\n");
+    }
+    logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
+    logmsg.loggImmediate();
+    logmsg.detach(LEVEL_ERR);
+    log(LEVEL_ERR, "no destination");
+    result += received(log_socket);
+
+    const Captured err(stderr);
+    set("loglevmap_dbg", "debug");
+    set("loglevmap_err", "none");
+    set("syslog_ident", "OTHER");
+    set("syslog_facility", "cron");
+    logmsg.newConfig();
+    log(LEVEL_DBG, "mapped");
+    log(LEVEL_ERR, "not mapped\n");
+    result += received(log_socket);
+
+    setenv("MOX_SYSLOG_FACILITY", "user", 1);
+    logmsg.newConfig();
+    log(LEVEL_WRN, "user\n");
+    setenv("MOX_SYSLOG_FACILITY", "none", 1);
+    logmsg.newConfig();
+    log(LEVEL_WRN, "off\n");
+    return result + received(log_socket) + err.text();
+  });
+  if (text == "skipped") GTEST_SKIP() << "skipped: no mount namespace of its own";
+  EXPECT_EQ(text,
+            "<132>KORV#]: WRN p# default 100%s\n"
+            "<131>KORV#]: ERR p# default 100%s\n"
+            "<129>KORV#]: VSE p# default 100%s\n"
+            "<131>KORV#]: default 100%s\n"
+            "<79>OTHER#]: DBG p# mapped\n"
+            "<12>OTHER#]: WRN p# user\n"
+            "ERR p# not mapped\n"
+            "p# MOX_SYSLOG_FACILITY=user overrides syslog_facility=cron\n"
+            "WRN p# user\n"
+            "p# MOX_SYSLOG_FACILITY=none overrides syslog_facility=cron\n"
+            "p# syslog logging disabled\n"
+            "WRN p# off\n");
+}
+
+// The queue of the socket is full until its reader comes, 300 milliseconds late.
+TEST(SystemLog, SlowReportingIsTold) {
+  const std::string text = in_own_system_log([](int log_socket) {
+    const Captured out(stdout);
+    std::thread reader([log_socket] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      char buffer[64];
+      while (recv(log_socket, buffer, sizeof buffer, 0) != 4 || buffer[0] != 'd') continue;
+    });
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
+    const int filler = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto* raw = reinterpret_cast<const sockaddr*>(&address);
+    while (sendto(filler, "x", 1, MSG_DONTWAIT, raw, sizeof address) == 1) continue;
+    Status status;
+    logmsgPrefix = "SLOW";
+    logSysEvent(LEVEL_ERR, "late", status);
+    sendto(filler, "done", 4, 0, raw, sizeof address);
+    reader.join();
+    return std::regex_replace(out.text(), std::regex("BEWARE .{16} "), "BEWARE T ");
+  });
+  if (text == "skipped") GTEST_SKIP() << "skipped: no mount namespace of its own";
+  EXPECT_TRUE(std::regex_match(
+      text, std::regex("SLOW BEWARE T Event reporting took too long \\([0-9]{3,} msecs\\)\n")))
+      << text;
+}
+
+TEST(SystemLog, UnexpectedValuesAreLoggedAndLeaveTheDefault) {
+  set("historytime", "0");
+  set("loglevmap_vse", "loud");
+  set("loglevmap_wrn", "");
+  set("syslog_facility", "mail");
+  setenv("MOX_SYSLOG_FACILITY", "moon", 1);
+  Status status;
+  const std::string process = "p:" + std::to_string(getpid()) + " ";
+  const Output output = output_of([&] {
+    logmsg.newConfig();
+    initLogLevMap(status);
+  });
+  const std::string lines = process + "initLogLevMap, ignoring unexpected value: loud\n" + process +
+                            "MOX_SYSLOG_FACILITY=moon overrides syslog_facility=mail\n" + process +
+                            "initLogLevMap, ignoring unexpected value: moon\n";
+  EXPECT_EQ(output.err, lines + lines);
+  EXPECT_STREQ(status.getText(), "KORV-S-11618: Invalid syntax in configuration file moon");
+  EXPECT_EQ(getOSloglev(LEVEL_VSE), LOG_ALERT);
+  EXPECT_EQ(getOSloglev(LEVEL_WRN), not_logged);
+  EXPECT_EQ(getOSloglev(static_cast<LogLevel>(-1)), not_logged);
+  EXPECT_EQ(getSyslogFacility(), LOG_MAIL);
+  unsetenv("MOX_SYSLOG_FACILITY");
+  VarSet::instance().setDefaults();
+  logmsg.newConfig();
+}
+
+}  // namespace
