@@ -147,11 +147,12 @@ TEST_F(ScanConf, FaultLinesAreToldAndSkipped) {
 TEST_F(ScanConf, SetLinesSetVariables) {
   const std::string refused =
       "KORV-S-00336: Value \"1\" of variable \"acktimeout\" is not in the range 100 to 5000";
-  EXPECT_EQ(scan_text("set logfile \"a \"b\" %s\"  \nset nodes \"3\"\r\nset backup_tape \"x\"\n"
-                      "set rocommunity \"\"\n"),
-            "");
+  EXPECT_EQ(
+      scan_text("set corefileprefix \"a \"b\" %s\"  \nset nodes \"3\"\r\nset backup_tape \"x\"\n"
+                "set rocommunity \"\"\n"),
+      "");
   EXPECT_FALSE(status_.failed());
-  EXPECT_EQ(VarSet::instance().get("logfile")->text(), "a \"b\" %s");
+  EXPECT_EQ(VarSet::instance().get("corefileprefix")->text(), "a \"b\" %s");
   EXPECT_EQ(VarSet::instance().get("nodes")->number(), 3);
   EXPECT_EQ(scan_text("set acktimeout \"1\"\nset unknown \"1\"\nset nodes \"4\"\n"),
             "WRN " + info_ + "Config. file line 1: " + refused + "\nWRN " + info_ +
