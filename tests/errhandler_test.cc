@@ -1,30 +1,19 @@
 // The reports of a status, as they reach the log.
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <string>
 
-#include "common/logger.h"
-#include "common/variables.h"
 #include "errutils/statuss.h"
-#include "tests/scratch.h"
+#include "tests/runtime_fixture.h"
 
 namespace {
 
 // Level ERR goes to the file "err", the diagnostic level to "dia", INF to "inf".
-class Reports : public testing::Test {
+class Reports : public RuntimeTest {
  protected:
   Reports() {
-    Status ignored;
-    VarSet::instance().set("historytime", 0, ignored);
-    logmsg.newConfig();
     logmsg.setFileName(LEVEL_INF, (folder_ / "inf").c_str());
     logmsg.setFileName(LEVEL_ERR, (folder_ / "err").c_str());
     logmsg.setFileName(LEVEL_DIA, (folder_ / "dia").c_str());
-  }
-  ~Reports() override {
-    VarSet::instance().setDefaults();
-    logmsg.newConfig();
   }
   static Status failure(Severity_e severity, int os_error) {
     Status status;
@@ -33,8 +22,7 @@ class Reports : public testing::Test {
     return status;
   }
 
-  const std::string head_ = "ERR p:" + std::to_string(getpid()) + " ";
-  const ScratchFolder folder_;
+  const std::string head_ = "ERR " + process_;
 };
 
 constexpr const char* message = "KORV-S-05500: Opening file \"/a\" failed, OS status=2";

@@ -2,46 +2,18 @@
 #include "common/logger.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <regex>
 #include <string>
 #include <thread>
 
-#include "common/variables.h"
-#include "tests/scratch.h"
+#include "tests/runtime_fixture.h"
 
 namespace {
 
-class Logger : public testing::Test {
+class Logger : public RuntimeTest {
  protected:
-  Logger() {
-    logmsgPrefix = nullptr;
-    logmsgNodeno = -1;
-    set("historytime", "0");
-  }
-  ~Logger() override {
-    logmsgPrefix = nullptr;
-    logmsgNodeno = -1;
-    VarSet::instance().setDefaults();
-    logmsg.newConfig();
-    for (int level = 0; level < log_level_count; ++level) {
-      logmsg.showTag(static_cast<LogLevel>(level), level != LEVEL_INF);
-    }
-  }
-
-  static void set(const char* name, const std::string& value) {
-    Status status;
-    VarSet::instance().set(name, value.c_str(), status);
-    ASSERT_FALSE(status.failed()) << status.getText();
-    logmsg.newConfig();
-  }
-  static void log(LogLevel level, const char* text) {
-    logmsg.start(level, "somewhere.cc", 7);
-    logmsg.txt(text);
-    logmsg.logg();
-  }
   // What a message looks like in a file.
   std::string line(const std::function<void()>& append, LogLevel level = LEVEL_INF) {
     const std::string file = folder_ / "line";
@@ -55,9 +27,6 @@ class Logger : public testing::Test {
   static std::string without_time(const std::string& text) {
     return std::regex_replace(text, std::regex(" t:[0-9]+ "), " t:T ");
   }
-
-  const std::string process_ = "p:" + std::to_string(getpid()) + " ";
-  const ScratchFolder folder_;
 };
 
 TEST_F(Logger, HeadOfALine) {
@@ -88,9 +57,7 @@ TEST_F(Logger, HeadOfALine) {
 TEST_F(Logger, TimeStamps) {
   const std::string date = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
   const struct {
-    const char* kind;
-    std::string format;
-    std::string stamp;
+    std::string kind, format, stamp;
   } cases[] = {
       {"1", "", date},
       {"2", "", date + "\\.[0-9]{3}"},
@@ -108,26 +75,28 @@ TEST_F(Logger, TimeStamps) {
 }
 
 TEST_F(Logger, PiecesOfAMessage) {
-  const auto pieces = [](const std::function<void()>& append) { return append; };
-  const struct {
-    std::function<void()> append;
-    const char* text;
-  } cases[] = {
-      {pieces([] { logmsg.txt(nullptr), logmsg.txt("abc", 2), logmsg.chr('!'); }), "ab!"},
-      {pieces([] { logmsg.printInt("<", -2147483647 - 1, ">"); }), "<-2147483648>"},
-      {pieces([] { logmsg.printUInt(nullptr, 4294967295U, nullptr); }), "4294967295"},
-      {pieces([] { logmsg.printInt64("", INT64_MIN, ""); }), "-9223372036854775808"},
-      {pieces([] { logmsg.printUInt64("", UINT64_MAX, ""); }), "18446744073709551615"},
-      {pieces([] { logmsg.printIntX("0x", 0xABCDEF01U, "."); }), "0xabcdef01."},
-      {pieces([] { logmsg.printFix("=", 42, 5, 0); }), "=   42"},
-      {pieces([] { logmsg.printFix("=", 42, 10, 1); }), "=0000000042"},
-      {pieces([] { logmsg.printFix("=", 12345, 4, 0); }), "=BEWARE overflow"},
-      {pieces([] { logmsg.printFix("=", 1, 11, 0); }), "=BEWARE overflow"},
-      {pieces([] { logmsg.printFixHex("=", 0xBEEF, 6, 1); }), "=00beef"},
-      {pieces([] { logmsg.printPtr("@", reinterpret_cast<void*>(0x1F), "@"); }), "@0x1f@"},
-      {pieces([] { logmsg.printByte(0xA), logmsg.debugByte(":", "\xFF\x01", 2); }), "0a: ff 01"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(line(c.append), process_ + c.text);
+  const std::string pieces = line([] {
+    logmsg.txt(nullptr);
+    logmsg.txt("abc", 2);
+    logmsg.chr('!');
+    logmsg.printInt("<", -2147483647 - 1, ">");
+    logmsg.printUInt(nullptr, 4294967295U, nullptr);
+    logmsg.printInt64(" ", INT64_MIN, "");
+    logmsg.printUInt64(" ", UINT64_MAX, "");
+    logmsg.printIntX(" 0x", 0xABCDEF01U, ".");
+    logmsg.printFix("=", 42, 5, 0);
+    logmsg.printFix("=", 42, 10, 1);
+    logmsg.printFix("=", 12345, 4, 0);
+    logmsg.printFix("=", 1, 11, 0);
+    logmsg.printFixHex("=", 0xBEEF, 6, 1);
+    logmsg.printPtr("@", reinterpret_cast<void*>(0x1F), "@");
+    logmsg.printByte(0xA);
+    logmsg.debugByte(":", "\xFF\x01", 2);
+  });
+  EXPECT_EQ(pieces, process_ +
+                        "ab!<-2147483648>4294967295 -9223372036854775808 18446744073709551615 "
+                        "0xabcdef01.=   42=0000000042=BEWARE overflow=BEWARE overflow=00beef"
+                        "@0x1f@0a: ff 01");
 }
 
 TEST_F(Logger, MisuseIsToldOnStandardOutputAndLosesNothingElse) {
@@ -158,19 +127,14 @@ TEST_F(Logger, MisuseIsToldOnStandardOutputAndLosesNothingElse) {
 
 TEST_F(Logger, LongMessagesArriveWhole) {
   const std::string piece(1999, 'x');
-  const std::string text = line([&] {
+  const std::string lines = line([&] {
     for (int i = 0; i < 5; ++i) logmsg.txt((piece + "\n").c_str());
   });
-  EXPECT_EQ(text.size(), process_.size() + 5 * 2000);
+  EXPECT_EQ(lines.size(), process_.size() + std::size_t{5} * 2000);
 }
 
 TEST_F(Logger, DefaultDestinations) {
-  const Output output = output_of([] {
-    logmsg.newConfig();
-    for (int level = 0; level < log_level_count; ++level) {
-      log(static_cast<LogLevel>(level), "text\n");
-    }
-  });
+  const Output output = logged([] { log_at_all_levels("text\n"); });
   EXPECT_EQ(output.out, "");
   EXPECT_EQ(output.err, process_ + "text\nWRN " + process_ + "text\nERR " + process_ +
                             "text\nVSE " + process_ + "text\n");
@@ -212,9 +176,7 @@ TEST_F(Logger, LevelsShareAndChangeDestinations) {
     logmsg.setMethod(LEVEL_VSE, LogMethod::TO_STDOUT);
     logmsg.setMethod(LEVEL_TST, static_cast<LogMethod::Kind>(9));
     std::printf("before\n");
-    for (int level = 0; level < log_level_count; ++level) {
-      log(static_cast<LogLevel>(level), "text\n");
-    }
+    log_at_all_levels("text\n");
     log(static_cast<LogLevel>(7), "dropped");
     logmsg.setMethodAll(LogMethod::NOWHERE);
     log(LEVEL_ERR, "nowhere");
@@ -231,8 +193,7 @@ TEST_F(Logger, TroublesAreToldOnceAndTheProgramGoesOn) {
   const std::string fifo = folder_ / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const struct {
-    std::string file;
-    std::string trouble;
+    std::string file, trouble;
   } cases[] = {
       {missing, "could not open file " + missing + ":No such file or directory"},
       {"/dev/full", "could not write file /dev/full:No space left on device"},
@@ -284,8 +245,7 @@ TEST_F(Logger, LinksAreFollowedOnlyWhereNobodyElseCanSetThem) {
 // A pipe that is full until its reader comes, 300 milliseconds late.
 TEST_F(Logger, SlowWritesAreTold) {
   const struct {
-    const char* text;
-    const char* what;
+    const char *text, *what;
   } cases[] = {{"line\n", "fputs"}, {"no line end", "flush"}};
   for (const auto& c : cases) {
     const std::string fifo = folder_ / c.what;
@@ -315,8 +275,7 @@ TEST_F(Logger, SlowWritesAreTold) {
 TEST_F(Logger, HistoryFile) {
   const struct {
     const char* kind;
-    int key;
-    int node;
+    int key, node;
     const char* file;
   } cases[] = {
       {"none", 5, 2, "h..s%d"},

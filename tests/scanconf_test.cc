@@ -1,32 +1,19 @@
 // The reader of configuration files: every kind of line, every fault, retries, hostile files.
 #include "common/scanconf.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <string>
 
-#include "common/logger.h"
-#include "common/variables.h"
-#include "tests/scratch.h"
+#include "tests/runtime_fixture.h"
 
 namespace {
 
-class ScanConf : public testing::Test {
+class ScanConf : public RuntimeTest {
  protected:
-  ScanConf() {
-    VarSet::instance().set("historytime", 0, status_);
-    logmsg.newConfig();
-  }
-  ~ScanConf() override {
-    VarSet::instance().setDefaults();
-    logmsg.newConfig();
-  }
   // Reads the path without real pauses and returns what went to standard error.
   std::string scan(const std::string& path) {
     pauses_ = 0;
-    const Output output = output_of([&] {
-      logmsg.newConfig();  // standard error is another one at each call
+    const Output output = logged([&] {
       scanConf(path.c_str(), record_, status_, [this] {
         if (++pauses_ == file_comes_at_) write_file(path_, "debug 1 here\n");
       });
@@ -51,8 +38,6 @@ class ScanConf : public testing::Test {
   static std::string to_text(const std::string& text) { return text; }
   static std::string to_text(int number) { return std::to_string(number); }
 
-  const std::string info_ = "p:" + std::to_string(getpid()) + " ";
-  const ScratchFolder folder_;
   const std::string path_ = folder_ / "conf";
   ConfigRecord record_;
   Status status_;
@@ -65,8 +50,7 @@ TEST_F(ScanConf, EveryKindOfLine) {
   const std::string host(199, 'h');
   const std::string text(1023, 't');
   const struct {
-    std::string lines;
-    std::string recorded;
+    std::string lines, recorded;
   } cases[] = {
       {"process p 1 -2 \"cmd \"quoted\" x\"\n", "[p][1][-2][cmd \"quoted\" x]"},
       {"process\tp  0x10\t010 \"c\" \r\n", "[p][16][8][c]"},
@@ -99,8 +83,7 @@ TEST_F(ScanConf, FaultLinesAreToldAndSkipped) {
   const std::string word(100, 'w');
   const std::string zero(1, '\0');
   const struct {
-    std::string line;
-    std::string told;
+    std::string line, told;
   } cases[] = {
       {"SET x \"1\"", keyword},
       {"# comment", keyword},
@@ -140,7 +123,7 @@ TEST_F(ScanConf, FaultLinesAreToldAndSkipped) {
     EXPECT_FALSE(VarSet::instance().get("nodes")->isSet());
   }
   EXPECT_EQ(scan_text("node 1 1 a 1 a a\nnode 1 2 b 2 b b\n"),
-            "WRN " + info_ + "SH: Node allready entered!\n");
+            "WRN " + process_ + "SH: Node allready entered!\n");
   EXPECT_EQ(recorded(), "[1][1][a][1][a][a]");
 }
 
@@ -152,18 +135,18 @@ TEST_F(ScanConf, SetLinesSetVariables) {
                 "set rocommunity \"\"\n"),
       "");
   EXPECT_FALSE(status_.failed());
-  EXPECT_EQ(VarSet::instance().get("corefileprefix")->text(), "a \"b\" %s");
-  EXPECT_EQ(VarSet::instance().get("nodes")->number(), 3);
+  EXPECT_EQ(text("corefileprefix"), "a \"b\" %s");
+  EXPECT_EQ(number("nodes"), 3);
   EXPECT_EQ(scan_text("set acktimeout \"1\"\nset unknown \"1\"\nset nodes \"4\"\n"),
-            "WRN " + info_ + "Config. file line 1: " + refused + "\nWRN " + info_ +
-                "No variable named unknown.\nWRN " + info_ +
+            "WRN " + process_ + "Config. file line 1: " + refused + "\nWRN " + process_ +
+                "No variable named unknown.\nWRN " + process_ +
                 "Config. file line 2: KORV-S-00320: No variable with this name unknown\n");
   EXPECT_EQ(status_.getText(), refused);
-  EXPECT_EQ(VarSet::instance().get("nodes")->number(), 4);
+  EXPECT_EQ(number("nodes"), 4);
 }
 
 TEST_F(ScanConf, OpeningIsTriedTenTimes) {
-  const std::string tried = info_ + "tried to open:" + path_ + "\n";
+  const std::string tried = process_ + "tried to open:" + path_ + "\n";
   std::string all;
   for (int i = 0; i < 10; ++i) all += tried;
   EXPECT_EQ(scan(path_), all);
@@ -178,11 +161,11 @@ TEST_F(ScanConf, OpeningIsTriedTenTimes) {
 }
 
 TEST_F(ScanConf, ReadingIsTriedSixTimes) {
-  const std::string failed = "WRN " + info_ +
+  const std::string failed = "WRN " + process_ +
                              "error reading:/proc, fgets() failed,Unix errno=21: "
                              "Is a directory\n";
   std::string all = failed;
-  for (int i = 0; i < 5; ++i) all += info_ + "trying to re-open cfg file\n" + failed;
+  for (int i = 0; i < 5; ++i) all += process_ + "trying to re-open cfg file\n" + failed;
   EXPECT_EQ(scan("/proc"), all);
   EXPECT_EQ(pauses_, 0);
   EXPECT_STREQ(status_.getText(), "KORV-S-05502: Reading file \"/proc\" failed, OS status=21");

@@ -3,7 +3,6 @@
 #include "common/syseventlog.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -16,23 +15,11 @@
 #include <thread>
 
 #include "common/logconfig.h"
-#include "common/logger.h"
-#include "common/variables.h"
-#include "tests/scratch.h"
+#include "tests/runtime_fixture.h"
 
 namespace {
 
-Status set(const char* name, const char* value) {
-  Status status;
-  VarSet::instance().set(name, value, status);
-  return status;
-}
-
-void log(LogLevel level, const char* text) {
-  logmsg.start(level, "somewhere.cc", 7);
-  logmsg.txt(text);
-  logmsg.logg();
-}
+using SystemLog = RuntimeTest;
 
 // The socket, or -1 where this process may not have one.
 int own_system_log() {
@@ -75,15 +62,11 @@ std::string in_own_system_log(const std::function<std::string(int)>& code) {
   return std::regex_replace(read_file(report), std::regex("[\\[:][0-9]+"), "#");
 }
 
-TEST(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
+TEST_F(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
   const std::string text = in_own_system_log([](int log_socket) {
     std::string result;
-    set("historytime", "0");
-    logmsg.newConfig();
     logmsg.setMethodAll(LogMethod::SYSTEM_LOG_ONLY);
-    for (int level = 0; level < log_level_count; ++level) {
-      log(static_cast<LogLevel>(level), "default 100%s\n");
-    }
+    log_at_all_levels("default 100%s\n");
     logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
     logmsg.loggImmediate();
     logmsg.detach(LEVEL_ERR);
@@ -95,7 +78,6 @@ TEST(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
     set("loglevmap_err", "none");
     set("syslog_ident", "OTHER");
     set("syslog_facility", "cron");
-    logmsg.newConfig();
     log(LEVEL_DBG, "mapped");
     log(LEVEL_ERR, "not mapped\n");
     result += received(log_socket);
@@ -125,7 +107,7 @@ TEST(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
 }
 
 // The queue of the socket is full until its reader comes, 300 milliseconds late.
-TEST(SystemLog, SlowReportingIsTold) {
+TEST_F(SystemLog, SlowReportingIsTold) {
   const std::string text = in_own_system_log([](int log_socket) {
     const Captured out(stdout);
     std::thread reader([log_socket] {
@@ -150,30 +132,23 @@ TEST(SystemLog, SlowReportingIsTold) {
       << text;
 }
 
-TEST(SystemLog, UnexpectedValuesAreLoggedAndLeaveTheDefault) {
-  set("historytime", "0");
-  set("loglevmap_vse", "loud");
+TEST_F(SystemLog, UnexpectedValuesAreLoggedAndLeaveTheDefault) {
   set("loglevmap_wrn", "");
   set("syslog_facility", "mail");
   setenv("MOX_SYSLOG_FACILITY", "moon", 1);
   Status status;
-  const std::string process = "p:" + std::to_string(getpid()) + " ";
   const Output output = output_of([&] {
-    logmsg.newConfig();
+    set("loglevmap_vse", "loud");
     initLogLevMap(status);
   });
-  const std::string lines = process + "initLogLevMap, ignoring unexpected value: loud\n" + process +
-                            "MOX_SYSLOG_FACILITY=moon overrides syslog_facility=mail\n" + process +
-                            "initLogLevMap, ignoring unexpected value: moon\n";
+  const std::string lines = process_ + "initLogLevMap, ignoring unexpected value: loud\n" +
+                            process_ + "MOX_SYSLOG_FACILITY=moon overrides syslog_facility=mail\n" +
+                            process_ + "initLogLevMap, ignoring unexpected value: moon\n";
   EXPECT_EQ(output.err, lines + lines);
   EXPECT_STREQ(status.getText(), "KORV-S-11618: Invalid syntax in configuration file moon");
   EXPECT_EQ(getOSloglev(LEVEL_VSE), LOG_ALERT);
   EXPECT_EQ(getOSloglev(LEVEL_WRN), not_logged);
-  EXPECT_EQ(getOSloglev(static_cast<LogLevel>(-1)), not_logged);
   EXPECT_EQ(getSyslogFacility(), LOG_MAIL);
-  unsetenv("MOX_SYSLOG_FACILITY");
-  VarSet::instance().setDefaults();
-  logmsg.newConfig();
 }
 
 }  // namespace

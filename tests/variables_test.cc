@@ -2,29 +2,18 @@
 // functions for C.
 #include "common/variables.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <map>
 #include <set>
 #include <string>
 
 #include "common/cvariables.h"
-#include "common/logger.h"
-#include "tests/scratch.h"
+#include "tests/runtime_fixture.h"
 
 namespace {
 
-class Variables : public testing::Test {
+class Variables : public RuntimeTest {
  protected:
-  Variables() {
-    vars_.set("historytime", 0, status_);
-    logmsg.newConfig();
-  }
-  ~Variables() override {
-    vars_.setDefaults();
-    logmsg.newConfig();
-  }
   // The text of the status that setting gives, empty when it succeeded.
   std::string failure(const char* name, const std::string& value) {
     vars_.set(name, value.c_str(), status_);
@@ -46,6 +35,9 @@ TEST_F(Variables, TableHasEveryDefinition) {
     EXPECT_TRUE(names.insert(variable->name()).second) << variable->name();
     EXPECT_EQ(dict.find(variable->name()), variable);
     EXPECT_FALSE(variable->isSet());
+    if (variable->kind() != Variable::INTEGER) continue;
+    const std::string initial = variable->text();
+    EXPECT_EQ(failure(variable->name(), initial), "");
   }
   // One of the 133 integer definitions takes the place of an earlier one.
   EXPECT_EQ(kinds[Variable::INTEGER], 132);
@@ -53,74 +45,47 @@ TEST_F(Variables, TableHasEveryDefinition) {
   EXPECT_EQ(kinds[Variable::OBSOLETE], 28);
 }
 
-TEST_F(Variables, EveryDefaultIsAValueOfItsVariable) {
-  VariableDict dict;
-  defineVariables(dict);
-  VariableDictIter iterator(dict);
-  while (Variable* variable = iterator.next()) {
-    if (variable->kind() != Variable::INTEGER) continue;
-    variable->set(std::string(variable->text()).c_str(), status_);
-    EXPECT_FALSE(status_.failed()) << status_.getText();
-  }
-}
-
 TEST_F(Variables, HashOfNames) {
-  const struct {
-    const char* name;
-    std::uint32_t hash;
-  } cases[] = {{"", 0U},
-               {"a", 36320777U},
-               {"ab", 1056466927U},
-               {"historytime", 2712245385U},
-               {"\xE4", 85372548U}};
-  for (const auto& c : cases) EXPECT_EQ(VarKey::hash(c.name), c.hash) << c.name;
+  EXPECT_EQ(VarKey::hash(""), 0U);
+  EXPECT_EQ(VarKey::hash("ab"), 1056466927U);
+  EXPECT_EQ(VarKey::hash("historytime"), 2712245385U);
+  EXPECT_EQ(VarKey::hash("\xE4"), 85372548U);
 }
 
 TEST_F(Variables, RefusedValuesSayWhyAndChangeNothing) {
+  const std::string timeouts = "\" of variable \"acktimeout\" is not in the range 100 to 5000";
+  const std::string locks = "\" of variable \"nlock\" is not in the range 20000 to 2147483647";
+  const std::string no_number = "\" of variable \"acktimeout\" is not a number";
+  const std::string traces = "\" of variable \"sql_trace\" is none of: none|short|full";
+  const std::string long_text(60, 'x');
   const struct {
     const char* name;
-    std::string value;
-    std::string text;
+    std::string value, number, reason;
   } cases[] = {
-      {"acktimeout", "99",
-       "KORV-S-00336: Value \"99\" of variable \"acktimeout\" is not in the range 100 to 5000"},
-      {"acktimeout", "5001",
-       "KORV-S-00336: Value \"5001\" of variable \"acktimeout\" is not in the range 100 to 5000"},
-      {"nlock", "99999999999999999999",
-       "KORV-S-00336: Value \"99999999999999999999\" of variable \"nlock\" is not in the range "
-       "20000 to 2147483647"},
-      {"nlock", "2147483648",
-       "KORV-S-00336: Value \"2147483648\" of variable \"nlock\" is not in the range 20000 to "
-       "2147483647"},
-      {"acktimeout", "", "KORV-S-00368: Value \"\" of variable \"acktimeout\" is not a number"},
-      {"acktimeout", "500 ",
-       "KORV-S-00368: Value \"500 \" of variable \"acktimeout\" is not a number"},
-      {"acktimeout", "5e2",
-       "KORV-S-00368: Value \"5e2\" of variable \"acktimeout\" is not a number"},
-      {"acktimeout", std::string(1000, 'x'),
-       "KORV-S-00368: Value \"" + std::string(60, 'x') +
-           "...\" of variable \"acktimeout\" is not a number"},
-      {"sql_trace", "ful",
-       "KORV-S-00352: Value \"ful\" of variable \"sql_trace\" is none of: none|short|full"},
-      {"sql_trace", "none|short",
-       "KORV-S-00352: Value \"none|short\" of variable \"sql_trace\" is none of: none|short|full"},
-      {"inetd", "", "KORV-S-00352: Value \"\" of variable \"inetd\" is none of: auto|yes|no"},
+      {"acktimeout", "99", "336", "99" + timeouts},
+      {"acktimeout", "5001", "336", "5001" + timeouts},
+      {"nlock", "99999999999999999999", "336", "99999999999999999999" + locks},
+      {"nlock", "2147483648", "336", "2147483648" + locks},
+      {"nlock", "-2147483649", "336", "-2147483649" + locks},
+      {"acktimeout", "", "368", no_number},
+      {"acktimeout", "500 ", "368", "500 " + no_number},
+      {"acktimeout", "5e2", "368", "5e2" + no_number},
+      {"acktimeout", long_text + long_text, "368", long_text + "..." + no_number},
+      {"sql_trace", "ful", "352", "ful" + traces},
+      {"sql_trace", "none|short", "352", "none|short" + traces},
+      {"inetd", "", "352", "\" of variable \"inetd\" is none of: auto|yes|no"},
   };
   for (const auto& c : cases) {
-    const std::string before = vars_.get(c.name)->text();
-    EXPECT_EQ(failure(c.name, c.value), c.text);
-    EXPECT_EQ(vars_.get(c.name)->text(), before);
+    const std::string before = text(c.name);
+    EXPECT_EQ(failure(c.name, c.value), "KORV-S-00" + c.number + ": Value \"" + c.reason);
+    EXPECT_EQ(text(c.name), before);
     EXPECT_FALSE(vars_.get(c.name)->isSet());
   }
-  vars_.set("sql_trace", 7, status_);
-  EXPECT_STREQ(status_.getText(),
-               "KORV-S-00352: Value \"7\" of variable \"sql_trace\" is none of: none|short|full");
 }
 
 TEST_F(Variables, AcceptedValues) {
   const struct {
-    const char* name;
-    const char* value;
+    const char *name, *value;
     int number;
     const char* text;
   } cases[] = {
@@ -138,11 +103,11 @@ TEST_F(Variables, AcceptedValues) {
   };
   for (const auto& c : cases) {
     EXPECT_EQ(failure(c.name, c.value), "");
-    EXPECT_EQ(vars_.get(c.name)->number(), c.number) << c.name;
-    EXPECT_EQ(vars_.get(c.name)->text(), c.text);
+    EXPECT_EQ(number(c.name), c.number) << c.name;
+    EXPECT_EQ(text(c.name), c.text);
   }
   vars_.set("defaultversion", 3, status_);
-  EXPECT_EQ(vars_.get("defaultversion")->text(), "3");
+  EXPECT_EQ(text("defaultversion"), "3");
   EXPECT_FALSE(vars_.get("backup_tape")->isSet());
 }
 
@@ -150,8 +115,8 @@ TEST_F(Variables, ReadGivesTheCallersDefaultUntilTheVariableIsSet) {
   int number = 0;
   char* text = nullptr;
   vars_.read("nbuffs", &number, -5, status_);
-  EXPECT_EQ(number, -5);
   vars_.read("logfile", &text, "mine", status_);
+  EXPECT_EQ(number, -5);
   EXPECT_STREQ(text, "mine");
   EXPECT_EQ(failure("nbuffs", "200") + failure("logfile", "theirs"), "");
   vars_.read("nbuffs", &number, -5, status_);
@@ -168,11 +133,11 @@ TEST_F(Variables, ReadGivesTheCallersDefaultUntilTheVariableIsSet) {
 
 TEST_F(Variables, UnknownNamesAreLogged) {
   int number = 0;
-  const Output output = output_of([&] {
+  const Output output = logged([&] {
     EXPECT_EQ(failure("Nbuffs", "1"), "KORV-S-00320: No variable with this name Nbuffs");
     vars_.read("", &number, 3, status_);
   });
-  const std::string head = "WRN p:" + std::to_string(getpid()) + " No variable named ";
+  const std::string head = "WRN " + process_ + "No variable named ";
   EXPECT_EQ(output.err, head + "Nbuffs.\n" + head + ".\n");
   EXPECT_EQ(number, 3);
 }
@@ -196,7 +161,7 @@ TEST_F(Variables, ContradictionsAndSettingsWithoutEffect) {
   vars_.constraints(status_);
   EXPECT_EQ(status_.getText(), contradiction);
   const Output output = output_of([&] { vars_.depend_check(); });
-  const std::string head = "WRN p:" + std::to_string(getpid()) + " ";
+  const std::string head = "WRN " + process_;
   EXPECT_EQ(output.err, head + contradiction + "\n" + head +
                             "Variable \"syslog_ident\" has no effect: \"syslog_facility\" is "
                             "\"none\"\n");
@@ -216,10 +181,9 @@ TEST_F(Variables, FunctionsForC) {
   EXPECT_EQ(varGetInt("nodes", &number, 9), 0);
   EXPECT_EQ(number, 9);
 
-  const ScratchFolder folder;
-  write_file(folder / "conf", "set nodes \"6\"\n");
-  EXPECT_EQ(cScanConf((folder / "conf").c_str()), 0);
-  EXPECT_EQ(vars_.get("nodes")->number(), 6);
+  write_file(folder_ / "conf", "set nodes \"6\"\n");
+  EXPECT_EQ(cScanConf((folder_ / "conf").c_str()), 0);
+  EXPECT_EQ(VarSet::instance().get("nodes")->number(), 6);
 }
 
 }  // namespace
