@@ -16,7 +16,7 @@ namespace {
 constexpr int open_attempts = 10;
 constexpr int read_attempts = 6;
 constexpr std::size_t longest_line = 4096;  // more than any pattern takes
-constexpr std::size_t largest_file = 256U << 20;
+constexpr std::size_t largest_file = 128U << 20;
 constexpr std::size_t short_word = 99;
 constexpr std::size_t host_name = 199;
 constexpr std::size_t long_text = 1023;

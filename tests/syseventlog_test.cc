@@ -37,9 +37,11 @@ TEST_F(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
     log(LEVEL_ERR, "not mapped\n");
     result += received(log_socket);
 
-    setenv("MOX_SYSLOG_FACILITY", "user", 1);
+    set("syslog_facility", "kern");
+    log(LEVEL_WRN, "kernel\n");
+    setenv("MOX_SYSLOG_FACILITY", "local7", 1);
     logmsg.newConfig();
-    log(LEVEL_WRN, "user\n");
+    log(LEVEL_WRN, "local7\n");
     setenv("MOX_SYSLOG_FACILITY", "none", 1);
     logmsg.newConfig();
     log(LEVEL_WRN, "off\n");
@@ -52,11 +54,13 @@ TEST_F(SystemLog, LinesArriveAtTheirPriorityAndFacility) {
             "<129>KORV#]: VSE p# default 100%s\n"
             "<131>KORV#]: default 100%s\n"
             "<79>OTHER#]: DBG p# mapped\n"
-            "<12>OTHER#]: WRN p# user\n"
+            "<12>OTHER#]: WRN p# kernel\n"
+            "<188>OTHER#]: WRN p# local7\n"
             "ERR p# not mapped\n"
-            "p# MOX_SYSLOG_FACILITY=user overrides syslog_facility=cron\n"
-            "WRN p# user\n"
-            "p# MOX_SYSLOG_FACILITY=none overrides syslog_facility=cron\n"
+            "WRN p# kernel\n"
+            "p# MOX_SYSLOG_FACILITY=local7 overrides syslog_facility=kern\n"
+            "WRN p# local7\n"
+            "p# MOX_SYSLOG_FACILITY=none overrides syslog_facility=kern\n"
             "p# syslog logging disabled\n"
             "WRN p# off\n");
 }
