@@ -32,19 +32,19 @@ class Logger : public RuntimeTest {
 
 TEST_F(Logger, HeadOfALine) {
   const struct {
-    int node;
     const char* prefix;
+    int node;
     LogLevel level;
     std::string head;
   } cases[] = {
-      {-1, nullptr, LEVEL_INF, process_},
-      {-1, nullptr, LEVEL_DIA, ""},
-      {0, nullptr, LEVEL_WRN, "n:0 WRN " + process_},
-      {1, "RESMGR", LEVEL_ERR, "n:1 RESMGR ERR " + process_},
-      {1, "RESMGR", LEVEL_DIA, "Node-1 RESMGR "},
-      {-1, "RESMGR", LEVEL_VSE, "RESMGR VSE " + process_},
-      {-1, "X", LEVEL_DBG, "X DBG " + process_},
-      {-1, "X", LEVEL_TST, "X TST " + process_},
+      {nullptr, -1, LEVEL_INF, process_},
+      {nullptr, -1, LEVEL_DIA, ""},
+      {nullptr, 0, LEVEL_WRN, "n:0 WRN " + process_},
+      {"RESMGR", 1, LEVEL_ERR, "n:1 RESMGR ERR " + process_},
+      {"RESMGR", 1, LEVEL_DIA, "Node-1 RESMGR "},
+      {"RESMGR", -1, LEVEL_VSE, "RESMGR VSE " + process_},
+      {"X", -1, LEVEL_DBG, "X DBG " + process_},
+      {"X", -1, LEVEL_TST, "X TST " + process_},
   };
   for (const auto& c : cases) {
     logmsgNodeno = c.node;

@@ -99,7 +99,7 @@ TEST_F(Scan, ErrorsAreToldAndCounted) {
       {"-a 1 -y 2", "a:y:", 2, "opt: a\nopt: y\n", "", nullptr},
       {"-v create -V", "hvVf:", 0, "", "", "create"},
       {"-v -- -V", "hvVf:", 0, "", "", "-V"},
-      {"-p", "p", 1, "", wrong + "prog -p\n", nullptr},
+      {"-p -D", "pD", 2, "", wrong + "prog -p\n" + wrong + "-p -D\n", nullptr},
   };
   for (const auto& c : cases) {
     scan_.portNo = 42;
