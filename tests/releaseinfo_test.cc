@@ -15,7 +15,21 @@ const std::string long_notice =
     "Copyright (c) The Mox Authors. All rights reserved.\n"
     "This program comes without any warranty, to the extent that the law permits.";
 
-TEST(ReleaseInfo, TheBuildSetsTagAndTarget) {
+// The data are the process's own and writable.
+class ReleaseInfo : public testing::Test {
+ protected:
+  ~ReleaseInfo() override {
+    std::strcpy(buildTag, tag_.c_str());
+    std::strcpy(buildTarget, target_.c_str());
+    buildVersion[2] = 0;
+  }
+
+ private:
+  const std::string tag_ = buildTag;
+  const std::string target_ = buildTarget;
+};
+
+TEST_F(ReleaseInfo, TheBuildSetsTagAndTarget) {
   EXPECT_TRUE(std::regex_match(
       buildTag, std::regex("\\[V1-0-0-0 [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} "
                            "[^ \\]]+\\]")))
@@ -23,7 +37,7 @@ TEST(ReleaseInfo, TheBuildSetsTagAndTarget) {
   EXPECT_TRUE(std::regex_match(buildTarget, std::regex("Linux_[0-9]+\\.[0-9]+_\\w+")));
 }
 
-TEST(ReleaseInfo, BlockOfEachProgram) {
+TEST_F(ReleaseInfo, BlockOfEachProgram) {
   std::strcpy(buildTag, "[tag]");
   std::strcpy(buildTarget, "Linux_6.1_x86_64");
   buildVersion[2] = 7;
@@ -49,10 +63,9 @@ TEST(ReleaseInfo, BlockOfEachProgram) {
     EXPECT_EQ(output_of([&c] { printLinkInfo(stdout, c.program, "now", "c++ %s"); }).out,
               block + "link_time   : now\nlink_command: c++ %s\n");
   }
-  buildVersion[2] = 0;
 }
 
-TEST(ReleaseInfo, VersionTextIsCutAtItsBuffer) {
+TEST_F(ReleaseInfo, VersionTextIsCutAtItsBuffer) {
   std::memset(buildTag, 'x', sizeof buildTag - 1);
   EXPECT_EQ(getVersionInfo(), "1.0.0.0 " + std::string(91, 'x'));
 }
