@@ -19,14 +19,14 @@ const std::string long_notice =
 class ReleaseInfo : public testing::Test {
  protected:
   ~ReleaseInfo() override {
-    std::strcpy(buildTag, tag_.c_str());
-    std::strcpy(buildTarget, target_.c_str());
+    tag_.copy(buildTag, sizeof buildTag);
+    target_.copy(buildTarget, sizeof buildTarget);
     buildVersion[2] = 0;
   }
 
  private:
-  const std::string tag_ = buildTag;
-  const std::string target_ = buildTarget;
+  const std::string tag_{buildTag, sizeof buildTag};
+  const std::string target_{buildTarget, sizeof buildTarget};
 };
 
 TEST_F(ReleaseInfo, TheBuildSetsTagAndTarget) {
