@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 
 #include "common/syseventlog.h"
@@ -102,8 +101,7 @@ void LogMsg::append(std::string_view piece) {
     writeOut(true);
     used_ = 0;
   }
-  std::memcpy(buffer_ + used_, piece.data(), piece.size());
-  used_ += piece.size();
+  used_ += piece.copy(buffer_ + used_, piece.size());
 }
 
 void LogMsg::txt(const char* text) {
@@ -275,6 +273,6 @@ void LogMsg::turnOffExtraInf() {
 void LogMsg::setTimeStamp(int kind, const std::string& format) {
   time_kind_ = kind;
   const std::size_t length = format.size() < sizeof time_format_ ? format.size() : 0;
-  std::memcpy(time_format_, format.data(), length);
+  format.copy(time_format_, length);
   time_format_[length] = '\0';
 }

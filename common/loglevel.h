@@ -1,7 +1,7 @@
 // The levels of log messages. Included by everything that logs, through common/logger.h.
 #pragma once
 
-enum LogLevel {
+enum LogLevel : int {
   LEVEL_DBG = 0,
   LEVEL_INF,
   LEVEL_WRN,

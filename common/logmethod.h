@@ -8,7 +8,7 @@
 
 class LogMethod {
  public:
-  enum Kind {
+  enum Kind : int {
     NOWHERE = 0,
     TO_FILE = 1,
     SYSTEM_LOG_ONLY = 2,

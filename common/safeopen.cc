@@ -89,8 +89,10 @@ int openForAppending(const std::string& path) {
       errno = ELOOP;
       return -1;
     }
-    rest = target.substr(std::min(target.find_first_not_of('/'), target.size())) +
-           (last ? "" : "/" + rest);
+    std::string rest_of_target =
+        target.substr(std::min(target.find_first_not_of('/'), target.size()));
+    if (!last) rest_of_target.append("/").append(rest);
+    rest = rest_of_target;
     if (target.starts_with('/')) folder.reset(open_start(target));
   }
   return -1;

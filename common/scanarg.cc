@@ -221,6 +221,7 @@ ScanArg::Outcome ScanArg::takeNumber(int letter, const char* argument) {
 
 // The definitions take effect in setVariables; these two have fields of their own as well.
 ScanArg::Outcome ScanArg::define(char* text) {
+  if (text == nullptr) return Outcome::BAD_ARGUMENT;
   if (definitionCount == max_entries) {
     std::fprintf(stderr, "More than %d definitions, refused: -D %s\n", max_entries, text);
     return Outcome::REFUSED;

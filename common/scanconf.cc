@@ -16,7 +16,7 @@ namespace {
 constexpr int open_attempts = 10;
 constexpr int read_attempts = 6;
 constexpr std::size_t longest_line = 4096;  // more than any pattern takes
-constexpr std::size_t largest_file = 256U << 20;
+constexpr std::size_t largest_file = 128U << 20;
 constexpr std::size_t short_word = 99;
 constexpr std::size_t host_name = 199;
 constexpr std::size_t long_text = 1023;
@@ -45,32 +45,29 @@ struct Line {
 // The lines of one open file.
 class LineSource {
  public:
-  enum class Result { LINE, END, FAILED };
-
   explicit LineSource(std::FILE* file) : file_(file) {}
 
-  Result next(Line& line) {
+  // False at the end of the file, and after a failure.
+  bool next(Line& line) {
     line.text.clear();
     line.damaged = false;
     int c = 0;
     while ((c = getc_unlocked(file_)) != EOF && c != '\n') {
-      if (++size_ > largest_file) return too_large();
+      if (++size_ > largest_file) return fail(EFBIG);
       if (c == '\0' || line.text.size() == longest_line) line.damaged = true;
       if (!line.damaged) line.text += static_cast<char>(c);
     }
-    if (c == EOF && std::ferror(file_) != 0) return failed(errno);
-    const bool empty = line.text.empty() && !line.damaged;
-    return c == EOF && empty ? Result::END : Result::LINE;
+    if (c == EOF && std::ferror(file_) != 0) return fail(errno);
+    return c != EOF || !line.text.empty() || line.damaged;
   }
 
   int osError() const { return os_error_; }
 
  private:
-  Result failed(int os_error) {
+  bool fail(int os_error) {
     os_error_ = os_error;
-    return Result::FAILED;
+    return false;
   }
-  Result too_large() { return failed(EFBIG); }
 
   std::FILE* file_;
   std::size_t size_ = 0;
@@ -219,8 +216,7 @@ int read_lines(std::FILE* file, ConfigRecord& record, Status& status) {
   LineSource source(file);
   LineHandler handler(record, status);
   Line line;
-  LineSource::Result result{};
-  while ((result = source.next(line)) == LineSource::Result::LINE) handler.handle(line);
+  while (source.next(line)) handler.handle(line);
   return source.osError();
 }
 

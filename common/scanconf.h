@@ -55,7 +55,7 @@ void sleepOneSecond();
 
 // Fills record, whose earlier contents are forgotten, and sets the variables. A file that cannot be
 // opened is tried ten times, with a pause between; one that cannot be read six times. Severity 4:
-// 5500 and 5502 with errno (EFBIG: more than 256 MiB) end the reading; the status of a `set` that
+// 5500 and 5502 with errno (EFBIG: more than 128 MiB) end the reading; the status of a `set` that
 // its variable refused (the first one) is returned after the whole file was read.
 void scanConf(const char* path, ConfigRecord& record, Status& status,
               const std::function<void()>& pause = sleepOneSecond);

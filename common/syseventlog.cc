@@ -91,7 +91,7 @@ void logSysEvent(LogLevel level, const char* text, Status& status) {
   std::string_view line = text;
   if (line.ends_with('\n')) line.remove_suffix(1);
   const SlowWatch watch;
-  openlog(current_ident().c_str(), LOG_PID, current_facility);
+  openlog(current_ident().c_str(), LOG_PID, LOG_USER);
   syslog(current_facility | priority, "%.*s", static_cast<int>(line.size()), line.data());
   watch.report(stdout, "Event reporting");
 }
