@@ -12,7 +12,6 @@ struct RunResult {
 };
 
 // argv[0] is the path of the program. The environment is this process's own, with the given
-// "NAME=value" entries put over it. Standard input is empty. A program that is still running after
-// a minute is killed.
+// "NAME=value" entries put over it. Standard input is empty.
 RunResult run_program(const std::vector<std::string>& argv,
                       const std::vector<std::string>& extra_environment = {});
