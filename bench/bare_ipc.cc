@@ -24,7 +24,7 @@ void must(bool good, const char* what) {
 void create(int base) {
   for (const int offset : offsets) {
     if (offset == 7) continue;
-    const int bytes = offset == 4 ? dictionary_bytes : buffer_bytes;
+    const unsigned bytes = offset == 4 ? dictionary_bytes : buffer_bytes;
     const int shmid = shmget(base + offset, bytes, IPC_CREAT | IPC_EXCL | permissions);
     must(shmid >= 0, "shmget");
     must(shmat(shmid, nullptr, 0) != reinterpret_cast<void*>(-1), "shmat");

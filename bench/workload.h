@@ -5,6 +5,6 @@
 constexpr int node_count = 500;
 constexpr int keys_apart = 10;  // between the base keys
 constexpr int first_base = 1000;
-constexpr int buffer_bytes = 65536;
-constexpr int dictionary_bytes = 4194304;
+constexpr unsigned buffer_bytes = 65536;
+constexpr unsigned dictionary_bytes = 4194304;
 constexpr int semaphores = 8;
