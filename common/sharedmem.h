@@ -35,8 +35,9 @@ char* sharedCreate(int key, int size, char* address, Status& status);
 
 // Creates and attaches a segment that nobody else has, and returns its identifier; it stays
 // attached at `address`. Fails with 5515 (key, no OS error) and the other segment's identifier when
-// the key is taken, else as above; does nothing when the status holds a failure already. After another
-// failure, returns -1, or the identifier of a segment that it made and could not remove again.
+// the key is taken, else as above; does nothing when the status holds a failure already. After
+// another failure, returns -1, or the identifier of a segment that it made and could not remove
+// again.
 int sharedCreateIfNotExists(int key, int size, char*& address, Status& status);
 
 // Null on failure. 5512 (no parameter).
@@ -48,6 +49,6 @@ int sharedDetach(char* address, Status& status);
 void sharedRemove(int shmid, Status& status);
 // By key; `size` is not used. 5510 (key) when there is none (ENOENT), 5511 (identifier).
 void sharedRemove(int key, unsigned size, Status& status);
-// By key, and only the segment `shmid`: a stranger's segment that has taken the key meanwhile is left
-// alone. 5510 (key) when the key names no segment, 5511 (identifier; EIDRM for a stranger).
+// By key, and only the segment `shmid`: a stranger's segment that has taken the key meanwhile is
+// left alone. 5510 (key) when the key names no segment, 5511 (identifier; EIDRM for a stranger).
 void sharedRemoveOwned(int key, int shmid, Status& status);
