@@ -1,0 +1,235 @@
+#!/usr/bin/env python3
+"""Manual pages and completions against the programs and their sources.
+
+What one of them knows, the others know, and the examples run as printed. The programs are those
+that PATH names first.
+"""
+import functools
+import os
+import pathlib
+import re
+import shutil
+import string
+import subprocess
+import tempfile
+import unittest
+
+SOURCES = pathlib.Path(__file__).resolve().parent.parent
+BLOCK = r"^\.Bd -literal\n(.*?)^\.Ed$"
+LITERAL = r'"((?:[^"\\]|\\.)*)"'
+os.environ["LC_ALL"] = "C"
+
+
+def source(*patterns):
+    """The files' text, with literals of several lines joined."""
+    text = "".join(path.read_text() for pattern in patterns for path in SOURCES.glob(pattern))
+    return re.sub(r'"\s*\n\s*"', "", text)
+
+
+def page(name):
+    return (SOURCES / "man" / name).read_text()
+
+
+def find(pattern, text):
+    return re.findall(pattern, text, re.M | re.S)
+
+
+def listed(name, macro):
+    """The arguments of a macro in the list items of a page."""
+    words = set()
+    for item in find(r"^\.It ([^\n]*)", page(name)):
+        for part in re.findall(rf"\b{macro} (.*?)(?= [A-Z][a-z]\b|$)", item):
+            words.update(part.replace(" ,", "").split())
+    return words
+
+
+def run(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL,
+                          timeout=60, check=False, **options)
+
+
+@functools.cache
+def own_namespace():
+    for command in (("unshare", "--ipc"), ("unshare", "--user", "--ipc")):
+        tried = run(*command, "true")
+        if tried.returncode == 0:
+            return command
+    raise unittest.SkipTest(f"skipped: no IPC namespace of its own: {tried.stderr.strip()}")
+
+
+def offered(line):
+    """What completion offers at the end of the line, without the blanks and signs that follow."""
+    program = line.split()[0]
+    script = f"""
+        . {SOURCES}/completions/{program}
+        COMP_LINE=$1 COMP_POINT=${{#1}} words=($1 '')
+        [[ $1 == *' ' ]] || unset 'words[-1]'
+        _{program} x "${{1##*[[:blank:]:=]}}" "${{words[-2]}}"
+        [[ ${{#COMPREPLY[@]}} == 0 ]] || printf '%s\\n' "${{COMPREPLY[@]}}" """
+    done = run("bash", "-c", script, "bash", line)
+    assert done.stderr == "", done.stderr
+    return {re.sub("[ =-]$", "", reply) for reply in done.stdout.splitlines()}
+
+
+def table(name):
+    """The rows of a table of the variables, each a tuple of its literals and numbers."""
+    body = find(rf"^constexpr [^\n]* {name}\[\] = {{\n(.*?)^}};", source("common/vartable.cc"))[0]
+    rows = re.findall(r"^\s+{?(\".*?)}?,$", body, re.M)
+    return [tuple(cell.strip('"') for cell in re.split(r",\s+", row)) for row in rows]
+
+
+class Documents(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def shell(self, commands):
+        """What each command prints; all run in one folder and IPC namespace."""
+        script = "".join(f"{command}\nprintf '\\036'\n" for command in commands)
+        outputs = run(*own_namespace(), "sh", "-c", script, cwd=self.folder).stdout.split("\036")
+        self.assertEqual(len(outputs), len(commands) + 1)
+        return outputs[:-1]
+
+    def test_options(self):
+        for program in ("mox_res_mgr", "devinit"):
+            letters = {letter for letter in string.ascii_letters + string.digits
+                       if "invalid option" not in run(program, "-" + letter).stderr}
+            self.assertGreaterEqual(len(letters), 4)
+            self.assertEqual(listed(program + ".8", "Fl"), letters)
+            self.assertEqual(offered(program + " -"), {"-" + letter for letter in letters})
+
+    def test_keywords(self):
+        words = [word.lower() for word in re.findall(r"^\s+T_([A-Z]+),",
+                                                     source("kern/mox_res_mgr/lexer.h"), re.M)]
+        known = {"create", "check", "delete", "search", "node", "device"}
+
+        def accepted(beginning, value):
+            outputs = self.shell([f"mox_res_mgr {beginning}{word}={value}" for word in words])
+            return {word for word, output in zip(words, outputs) if "Usage: " not in output}
+
+        for command in ("create", "check", "delete"):
+            at_node = accepted(f"{command} node-0: ", 0)
+            at_device = accepted(f"{command} node-0: device-0.", 1)
+            known |= at_node | at_device
+            self.assertEqual(offered(f"mox_res_mgr {command} node-0: "),
+                             at_node | ({"device"} if at_device else set()))
+            self.assertEqual(offered(f"mox_res_mgr {command} node-0: device-0."),
+                             {"device-0." + word for word in at_device})
+        self.assertEqual(listed("mox_res_mgr.8", "Cm"), known)
+        usage = run("mox_res_mgr", "-h").stdout
+        for word in known:
+            self.assertRegex(usage, r"--search\b" if word == "search" else rf"\b{word.upper()}\b")
+
+    def test_completion_follows_the_command(self):
+        for line, answers in (
+                ("mox_res_mgr ", {"create", "check", "delete"}),
+                ("mox_res_mgr -v c", {"create", "check"}),
+                ("mox_res_mgr check ", {"--search", "node"}),
+                ("mox_res_mgr check --search ", {"node"}),
+                ("mox_res_mgr delete ", {"node"}),
+                ("mox_res_mgr create node-1:d", {"databuf"}),
+                ("mox_res_mgr check node-1: ipcbase=5,d", {"5,databuf", "5,device"}),
+                ("mox_res_mgr create node-1: ipcbase=5", set()),
+                ("mox_res_mgr create node-1: ipcbase=5 ", {"node"}),
+                ("mox_res_mgr delete node-1: device-0.path=/etc/passw", {"/etc/passwd"}),
+                ("mox_res_mgr -f /etc/passw", {"/etc/passwd"}),
+                ("mox_res_mgr CREATE ", set()),
+                ("devinit -b 5 -f /etc/passw", {"/etc/passwd"})):
+            with self.subTest(line):
+                self.assertEqual(offered(line) - {"/etc/passwd-"}, answers)
+
+    def expect_explained(self, name, texts):
+        """Every text is an item of the page; values stand at a % and behind an open end."""
+        self.assertGreaterEqual(len(texts), 5)
+        items = [item.replace('""', '"').removesuffix(r"\&")
+                 for item in re.findall(r'^\.It Sy "(.*)"$', page(name), re.M)]
+
+        def explained(text):
+            plain = re.escape(text.replace(r"\n", "").replace(r"\"", '"'))
+            pattern = re.sub("%[a-z0-9]+|(?<=[ :=])$", ".+", plain)
+            return any(re.fullmatch(pattern, item) for item in items)
+
+        self.assertEqual([text for text in texts if not explained(text)], [])
+
+    def test_diagnostics(self):
+        def texts(code, call):
+            return find(f"(?:{call}){LITERAL}", code)
+
+        def error_texts(code):
+            numbers = dict(re.findall(r"(MOX_\w+) = ([1-9]\d*)", source("errutils/moxstatus.h")))
+            messages = dict(find(r"{(MOX_\w+),\s*" + LITERAL, source("src/utl/messages.cc")))
+            used = set(re.findall(r"\bMOX_[A-Z_]+\b", code)) & numbers.keys()
+            return [f"{numbers[name]} {messages[name]}" for name in used]
+
+        manager = source("kern/mox_res_mgr/*.cc", "common/sharedmem.cc", "utl/semops.cc")
+        reader = source("common/scanconf.cc", "common/variable*.cc", "common/logconfig.cc")
+        writer = source("kern/devinit/*.cc", "kern/device*.cc")
+        reports = "(?:Error: |abnormal|checking|create|removing)"
+        for name, found in (
+                ("mox_res_mgr.8", texts(manager, rf'printf\((?="{reports})')),
+                ("mox_res_mgr.8", texts(manager, r'log_line\(LEVEL_WRN,\s*|logmsg.txt\((?="\w)')),
+                ("mox_res_mgr.8", error_texts(manager)),
+                ("devinit.8", texts(writer, r"devinit_(?:fail|report)\(")),
+                ("mox.conf.5", texts(reader, r"log_line\((?:\w+,\s*)?|fprintf\(stderr,\s*")),
+                ("mox.conf.5", error_texts(reader))):
+            with self.subTest(name):
+                self.expect_explained(name, found)
+
+    def test_examples_run_as_printed(self):
+        for name in ("mox_res_mgr.8", "devinit.8"):
+            section = find(r"^\.Sh EXAMPLES$(.*?)^\.Sh ", page(name))[0]
+            text = "".join(find(BLOCK, section)).replace(r"\e", "\\")
+            # A command stands behind "$ ", its next lines behind "> ", and then what it prints.
+            examples = find(r"^\$ ([^\n]*\n(?:> [^\n]*\n)*)(.*?)(?=^\$ |\Z)", text)
+            self.assertGreaterEqual(len(examples), 4)
+            commands = [command.replace("\n> ", "\n").rstrip("\n") for command, _ in examples]
+            printed = [output for _, output in examples]
+            self.assertEqual(list(zip(commands, self.shell(commands))),
+                             list(zip(commands, printed)))
+
+    def test_variables(self):
+        integers, strings, obsolete = map(table, ("integers", "strings", "obsolete"))
+        count = re.search(r"variable_count == (\d+)", source("common/vartable.cc"))[1]
+        self.assertEqual(len(integers) + len(strings) + len(obsolete), int(count))
+        text = page("mox.conf.5")
+        # Of two definitions of one name, the later one holds.
+        self.assertEqual(re.findall(r"^\.It Va (\w+) Ta (\d+) Ta (\d+) Ta (\d+)$", text, re.M),
+                         sorted({row[0]: row for row in integers}.values()))
+        # The page says in words what it cannot show.
+        described = [(name, initial.replace("(empty)", ""),
+                      allowed.replace("(empty)", "").replace(", ", "|").replace("any text", "any"))
+                     for name, initial, allowed in re.findall(
+                         r"^\.It Va (\w+) Ta (\S+) Ta (\D.*)$", text, re.M)]
+        self.assertEqual(described, sorted(strings))
+        section = find(r"^\.Ss Obsolete variables$(.*?)^\.Sh ", text)[0]
+        self.assertCountEqual(re.findall(r"^\.Va (\w+) [,.]$", section, re.M),
+                              [name for name, in obsolete])
+
+    def test_the_example_of_a_configuration_file_is_read(self):
+        example, = find(BLOCK, page("mox.conf.5"))
+        path = pathlib.Path(self.folder, "mox.conf")
+        path.write_text(example)
+        done = run("runtime_demo", "-c", path)
+        # No complaint, but what every program logs that leaves the system log alone.
+        self.assertRegex(done.stderr, r"\A(.* syslog logging disabled\n)?\Z")
+        nodes = re.findall(r"^node (\d+) \d+ (\S+) (\d+)", example, re.M)
+        self.assertEqual(done.stdout, "acktimeout = 1000\n" + "".join(
+            f"node {number} at {host}:{port}\n" for number, host, port in nodes))
+
+    @unittest.skipUnless(shutil.which("mandoc"), "skipped: mandoc is not installed")
+    def test_pages_are_free_of_lint_and_fit_the_terminal(self):
+        for name in ("mox_res_mgr.8", "devinit.8", "mox.conf.5"):
+            path = SOURCES / "man" / name
+            lint = run("mandoc", "-T", "lint", path).stdout.splitlines()
+            # Pages of other packages may be missing here.
+            self.assertEqual([line for line in lint if "manual not found" not in line], [])
+            text = run("mandoc", "-T", "ascii", "-O", "width=78", path).stdout
+            self.assertEqual([line for line in re.sub(".\b", "", text).splitlines()
+                              if len(line) > 80], [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
