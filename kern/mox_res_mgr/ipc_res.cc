@@ -36,14 +36,7 @@ unsigned step_over_used_keys(const key_list& used, const ipc_res& base) {
 
 }  // namespace
 
-MutexHandle unmapped_mutex() {
-  constexpr char fill[] = {'g', 'u', 'r', 'b', 'a'};
-  MutexHandle handle{};
-  for (std::size_t i = 0; i < sizeof handle.bytes; ++i) handle.bytes[i] = fill[i % sizeof fill];
-  return handle;
-}
-
-ipc_res::ipc_res() : mutex(unmapped_mutex()) {
+ipc_res::ipc_res() {
   size[DICTBUF] = default_dictbuf;
 }
 

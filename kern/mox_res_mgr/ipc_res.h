@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 
+#include "kern/mox_res_mgr/mutex_handle.h"
 #include "kern/mox_res_mgr/undo.h"
 #include "utl/semops.h"
 
@@ -29,7 +30,7 @@ struct ipc_res {
 
   std::int32_t ipcbase = 0;                         // 0: not given
   std::array<std::uint32_t, keys_per_node> size{};  // bytes, by key_offset; 0: no segment wanted
-  MutexHandle mutex;
+  MutexHandle mutex = unmapped_mutex();
 
   // Creates what is wanted and enters it in `log`, also when it fails half-way; a semaphore set
   // that exists is taken over. Failure is shown by `stat`: 5510 (key 0, or the kernel's refusal),
@@ -53,8 +54,5 @@ struct ipc_res {
   void delete_segment(unsigned offset);
   void delete_semaphores();
 };
-
-// The handle before a set is mapped: "gurba" over and over.
-MutexHandle unmapped_mutex();
 
 }  // namespace resmgr

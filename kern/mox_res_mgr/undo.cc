@@ -6,7 +6,7 @@
 #include "common/sharedmem.h"
 #include "kern/devicefile.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
-#include "kern/mox_res_mgr/ipc_res.h"
+#include "kern/mox_res_mgr/mutex_handle.h"
 #include "kern/mox_res_mgr/report.h"
 #include "utl/semops.h"
 
