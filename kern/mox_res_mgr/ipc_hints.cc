@@ -99,7 +99,8 @@ void hint_at_segment_in_the_way(std::int32_t key) {
   const int shmid = shmget(key, 0, 0);
   shmid_ds segment{};
   if (shmid < 0) return;
-  if (shmctl(shmid, IPC_STAT, &segment) == 0) {
+  // Asks for no read permission, and takes the identifier for its index in the kernel's table.
+  if (shmctl(shmid, SHM_STAT_ANY, &segment) == shmid) {
     log_line(LEVEL_WRN, "in the way: " + describe(key, shmid, segment));
   } else {
     log_line(LEVEL_WRN, "in the way: segment with key " + std::to_string(key) + ": shmid " +
