@@ -60,8 +60,8 @@ std::string getVersionInfo() {
 }
 
 std::string getReleaseInfo(int program) {
-  return "\n" + getProgVersInfo(program) + "\nVersion     : " + getVersionInfo() + "\n\n" +
-         getCopyrightInfo(program) + "\n";
+  return std::string("\n").append(getProgVersInfo(program)) +
+         "\nVersion     : " + getVersionInfo() + "\n\n" + getCopyrightInfo(program) + "\n";
 }
 
 std::string getCopyrightInfo(int program) {

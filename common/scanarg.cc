@@ -117,7 +117,7 @@ int ScanArg::parse(int argc, char** argv, const char* options) {
 
   // The plus sign makes GNU getopt stop at the first operand, optind 0 makes it forget a scan
   // before this one.
-  const std::string in_order = "+" + std::string(options);
+  const std::string in_order = std::string("+").append(options);
   int errors = 0;
   optind = 0;
   for (int letter = 0; (letter = getopt(argc, argv, in_order.c_str())) != -1;) {
