@@ -38,7 +38,7 @@ bash -ic 'complete -p mox_res_mgr devinit 2>/dev/null ||
   { . /usr/share/bash-completion/bash_completion; _completion_loader mox_res_mgr; complete -p mox_res_mgr; }' 2>/dev/null
 
 echo "== the runtime builds programs"
-cmake -S /usr/share/doc/libmox-dev/examples/runtime-demo -B "$scratch/demo" >/dev/null
+cmake -S /usr/share/doc/libmox-dev/examples/runtime-demo -B "$scratch/demo" -G Ninja >/dev/null
 cmake --build "$scratch/demo" >/dev/null
 "$scratch/demo/runtime_demo" -D acktimeout=1000 | head -1
 

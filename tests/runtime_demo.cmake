@@ -1,5 +1,5 @@
 # Installs the runtime, builds the example against it twice, and compares and runs the results.
-# Given: SOURCE_DIR, BUILD_DIR, COMPILER, FLAGS (what the library's compiler options oblige to).
+# Given: SOURCE_DIR, BUILD_DIR, GENERATOR, COMPILER, FLAGS (what the library's compiler options oblige to).
 cmake_minimum_required(VERSION 3.25)
 string(RANDOM LENGTH 8 suffix)
 set(work ${BUILD_DIR}/runtime_demo_${suffix})
@@ -25,7 +25,7 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${work}/prefix --component 
 
 set(ENV{SOURCE_DATE_EPOCH} 1700000000)
 foreach(build IN ITEMS one two)
-  run(${CMAKE_COMMAND} -S source -B ${build} -DCMAKE_BUILD_TYPE=Release
+  run(${CMAKE_COMMAND} -S source -B ${build} -G ${GENERATOR} -DCMAKE_BUILD_TYPE=Release
     -DCMAKE_PREFIX_PATH=${work}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${FLAGS}")
   run(${CMAKE_COMMAND} --build ${build})
 endforeach()
