@@ -73,7 +73,9 @@ int utlMapMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
   return cleared(status);
 }
 
-void utlMapKnownMutex(int semid, int key, int count) { mapped = {semid, key, count, nullptr}; }
+void utlMapKnownMutex(int semid, int key, int count) {
+  mapped = {semid, key, count, nullptr};
+}
 
 int utlMappedMutex() {
   return mapped.semid;
