@@ -31,6 +31,7 @@ TEST(DiskInfo, EveryByteHasItsPlaceAndGetMirrorsPut) {
   expected += std::string("\x80\0\0\3\x7f\xff\xff\xff\0\0\0\0\x20\0\x81\x91\x22\x33\x44\x81", 20);
   expected += std::string("\0\0\xaa\xaa\1\2\3\4\5\6\7\x8\0\0\0\0\0\0\x30\0\0\0\xaa\xaa", 24);
   EXPECT_EQ(put(info), expected);
+  EXPECT_EQ(info.timestamp_hash(), 169091442U);
   DiskInfo read;
   EXPECT_EQ(get(read, expected), 316);
   EXPECT_EQ(put(read), expected);
