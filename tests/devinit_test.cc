@@ -84,9 +84,9 @@ class Devinit : public testing::Test {
 };
 
 TEST_F(Devinit, WritesHeaderPatternAndBitmap) {
-  constexpr std::size_t size = 12288 + 300 * 8192;
+  constexpr std::size_t size = 12288 + 300UL * 8192;
   write_file(file, std::string(5000000, 'x'));
-  initialise("-b 300 -s 8190", file, size, 299 * 8192);
+  initialise("-b 300 -s 8190", file, size, 299UL * 8192);
   initialise("-b 0454 -F -D -S -1", file, size, 0);
   const char* report =
       "Initializing device \"%s\"\n  as number 3 with 300 blocks of 8192 bytes\n"
@@ -94,7 +94,7 @@ TEST_F(Devinit, WritesHeaderPatternAndBitmap) {
       "Writing: one \"w\" = 128 blocks of 8192 bytes, total 2457600 bytes\n       0 www\n"
       "Read and compare: one \"c/C/i/I/u/U\" = 128 blocks of 8192 bytes, total 2457600 bytes\n"
       "       0 uuu\n\nDevice initialized successfully\n";
-  EXPECT_EQ(initialise("-n 3 -b 0x12c -l -p -S 1", file, size, 300 * 8192),
+  EXPECT_EQ(initialise("-n 3 -b 0x12c -l -p -S 1", file, size, 300UL * 8192),
             print(report, file.c_str()));
 }
 
@@ -106,7 +106,7 @@ TEST_F(Devinit, BlockDevicesOfBothSectorSizes) {
     const LoopDevice device(file, sector);
     if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
     const std::string out =
-        initialise("-p -s 1024 -b 3088", device.path(), 12288 + 3088 * 1024, 3087 * 1024);
+        initialise("-p -s 1024 -b 3088", device.path(), 12288 + 3088 * 1024, 3087UL * 1024);
     EXPECT_NE(out.find("\nRaw or block device detected\nPreparing"), std::string::npos) << out;
     EXPECT_EQ(devinit("-V -b 3088", device.path()).status, 0);
     EXPECT_EQ(devinit("-s 1024 -b 3089", device.path()).err,
@@ -155,13 +155,15 @@ TEST_F(Devinit, VerbositiesOnDataAndLogDevices) {
     const std::string head = report(file, log ? 3 : 4, 3, 8192, log);
     const std::string initialised =
         block_line(0, "Verified", log ? "" : "cached", sound) + block_line(1, "Corrupt", "", sound);
-    const std::string passes[] = {log ? "\n       0 u" : "\n       0 C", log ? "" : initialised,
-                                  initialised + block_line(2, "Unused", "", other)};
+    const std::pair<const char*, std::string> passes[] = {
+        {log ? "-VV" : "-V", log ? "\n       0 u" : "\n       0 C"},
+        {"-VVV", log ? "" : initialised},
+        {"-VVVV", initialised + block_line(2, "Unused", "", other)}};
     const std::string end = log ? "\n\nDevice verification completed\n" : counts(3, 2, 1, 1);
     EXPECT_EQ(devinit("-VF" + blocks, file).out.find("Verify: "), std::string::npos);
-    EXPECT_EQ(devinit((log ? "-VV" : "-V") + blocks, file).out, head + passes[0] + end);
-    EXPECT_EQ(devinit("-VVV" + blocks, file).out, head + passes[1] + end);
-    EXPECT_EQ(devinit("-VVVV" + blocks, file).out, head + passes[2] + end);
+    for (const auto& [option, text] : passes) {
+      EXPECT_EQ(devinit(option + blocks, file).out, std::string(head).append(text) + end);
+    }
   }
 }
 
