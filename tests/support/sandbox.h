@@ -35,25 +35,17 @@ class TempFolder {
 };
 
 // A tmpfs of the given size, mounted where only this process and its children see it.
-class SmallFileSystem {
+class SmallFileSystem : public TempFolder {
  public:
   explicit SmallFileSystem(const std::string& size) {
-    const bool mounted =
-        unshare(CLONE_NEWNS) == 0 &&
-        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-        mount("mox", folder_.path().c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+    const bool mounted = unshare(CLONE_NEWNS) == 0 &&
+                         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("mox", path().c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
     if (!mounted) refusal = std::strerror(errno);
   }
-  SmallFileSystem(const SmallFileSystem&) = delete;
-  SmallFileSystem& operator=(const SmallFileSystem&) = delete;
-  ~SmallFileSystem() { umount2(folder_.path().c_str(), MNT_DETACH); }
-
-  std::string operator/(const std::string& name) const { return folder_ / name; }
+  ~SmallFileSystem() { umount2(path().c_str(), MNT_DETACH); }
 
   std::string refusal;
-
- private:
-  TempFolder folder_;
 };
 
 // A block device over an existing file.
@@ -61,42 +53,31 @@ class LoopDevice {
  public:
   LoopDevice(const std::string& file, unsigned sector_size) {
     const int control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
-    const int backing = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    loop_config config{};
+    config.fd = static_cast<unsigned>(open(file.c_str(), O_RDWR | O_CLOEXEC));
+    config.block_size = sector_size;
+    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+    bool attached = false;
     // Another process may take the free device between the two calls.
-    for (int tries = 0; tries < 20 && !attach(control, backing, sector_size); ++tries) {
+    for (int tries = 0; tries < 20 && !attached; ++tries) {
+      if (fd_ >= 0) close(fd_);
+      path_ = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
+      fd_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+      attached = fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0;
     }
+    if (!attached) refusal = std::strerror(errno);
     close(control);
-    close(backing);
+    close(static_cast<int>(config.fd));
   }
   LoopDevice(const LoopDevice&) = delete;
   LoopDevice& operator=(const LoopDevice&) = delete;
-  ~LoopDevice() {
-    if (fd_ >= 0) close(fd_);
-  }
+  ~LoopDevice() { close(fd_); }
 
   const std::string& path() const { return path_; }
 
   std::string refusal;
 
  private:
-  bool attach(int control, int backing, unsigned sector_size) {
-    const int number = ioctl(control, LOOP_CTL_GET_FREE);
-    path_ = "/dev/loop" + std::to_string(number);
-    fd_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    loop_config config{};
-    config.fd = static_cast<unsigned>(backing);
-    config.block_size = sector_size;
-    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-    if (fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0) {
-      refusal.clear();
-      return true;
-    }
-    refusal = std::strerror(errno);
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-    return false;
-  }
-
   std::string path_;
   int fd_ = -1;
 };
