@@ -150,7 +150,7 @@ TEST_F(Failures, ByAKillAreCleanedUpByADelete) {
 }
 
 TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
-  const Command initialise = {DEVINIT, "-p", "-b", "1100", "-s", "1024", "-f", file};
+  const Command initialise = {DEVINIT, "-p", "-b", "1100", "-s", "1024", "-S", "1", "-f", file};
   const std::string content = [&] {
     run_program(initialise);
     return read_file(file);

@@ -63,14 +63,10 @@ TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
   EXPECT_EQ(create.out, "checking ipcbase 5000\nnode-1:ipcbase=5000\n");
   EXPECT_EQ(create.err, "");
   EXPECT_EQ(create.status, 0);
-  const auto segments = kernel_segments();
-  ASSERT_EQ(segments.size(), 2U);
-  EXPECT_EQ(segments[0], (KernelSegment{5001, segments[0].shmid, "660", 1048576, 0}));
-  EXPECT_EQ(segments[1], (KernelSegment{5004, segments[1].shmid, "660", 4194304, 0}));
-  const auto sets = kernel_sets();
-  ASSERT_EQ(sets.size(), 1U);
-  EXPECT_EQ(sets[0], (KernelSet{5005, sets[0].semid, "660", 8}));
-  EXPECT_EQ(semctl(sets[0].semid, 7, GETVAL), 1);
+  const std::vector<std::string> segments = {"5001 660 1048576 0", "5004 660 4194304 0"};
+  EXPECT_EQ(kernel_segments(), segments);
+  EXPECT_EQ(kernel_sets(), std::vector<std::string>{"5005 660 8"});
+  EXPECT_EQ(semctl(semget(5005, 0, 0), 7, GETVAL), 1);
 
   EXPECT_EQ(output("delete node-1: ipcbase=5000", 0),
             no_segment(5002) + no_segment(5003) + no_segment(5005));
@@ -87,12 +83,11 @@ TEST_F(ResourceManager, PutsEveryBufferOnItsKey) {
       "create node-0: ipcbase=100, databuf=1, tlogbuf=2, nlogbuf=3, sqlbuf=5, evbuf=7 "
       "node-9: ipcbase=2147483644",
       0);
-  std::string found;
-  for (const KernelSegment& s : kernel_segments()) {
-    found += std::to_string(s.key) + ":" + std::to_string(s.size) + " ";
-  }
   // Behind the largest key follows the smallest.
-  EXPECT_EQ(found, "-2147483648:4194304 101:1 102:2 103:3 104:4194304 105:5 107:7 ");
+  const std::vector<std::string> segments = {
+      "-2147483648 660 4194304 0", "101 660 1 0", "102 660 2 0", "103 660 3 0",
+      "104 660 4194304 0",         "105 660 5 0", "107 660 7 0"};
+  EXPECT_EQ(kernel_segments(), segments);
   EXPECT_EQ(set_keys(), (std::vector<int>{-2147483647, 105}));
 }
 

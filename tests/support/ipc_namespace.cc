@@ -2,64 +2,63 @@
 
 #include <sched.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <limits>
+#include <iterator>
+#include <map>
 #include <sstream>
 
 namespace {
 
-// The lines below the heading of one of the kernel's tables.
-std::vector<std::istringstream> rows(const char* table) {
+// The given columns of one of the kernel's tables, by the key in the first one.
+std::map<int, std::string> rows(const char* table, std::initializer_list<std::size_t> columns) {
   std::ifstream file(table);
-  std::vector<std::istringstream> result;
+  std::map<int, std::string> result;
   std::string line;
   std::getline(file, line);
-  while (std::getline(file, line)) result.emplace_back(line);
+  while (std::getline(file, line)) {
+    std::istringstream stream(line);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    std::string row = words.at(0);
+    for (const std::size_t column : columns) row += " " + words.at(column);
+    result.emplace(std::stoi(words[0]), row);
+  }
   return result;
 }
 
-template <class Object>
-std::vector<int> keys(const std::vector<Object>& objects) {
+std::map<int, std::string> segments() {
+  return rows("/proc/sysvipc/shm", {2, 3, 6});
+}
+std::map<int, std::string> sets() {
+  return rows("/proc/sysvipc/sem", {2, 3});
+}
+
+std::vector<int> keys(const std::map<int, std::string>& objects) {
   std::vector<int> result;
-  for (const Object& object : objects) result.push_back(object.key);
+  for (const auto& object : objects) result.push_back(object.first);
+  return result;
+}
+
+std::vector<std::string> texts(const std::map<int, std::string>& objects) {
+  std::vector<std::string> result;
+  for (const auto& object : objects) result.push_back(object.second);
   return result;
 }
 
 }  // namespace
 
-std::vector<KernelSegment> kernel_segments() {
-  std::vector<KernelSegment> segments;
-  for (std::istringstream& row : rows("/proc/sysvipc/shm")) {
-    KernelSegment s{};
-    int creator = 0;
-    int last = 0;
-    row >> s.key >> s.shmid >> s.permissions >> s.size >> creator >> last >> s.attached;
-    segments.push_back(s);
-  }
-  std::sort(segments.begin(), segments.end(),
-            [](const auto& a, const auto& b) { return a.key < b.key; });
-  return segments;
+std::vector<std::string> kernel_segments() {
+  return texts(segments());
 }
-
-std::vector<KernelSet> kernel_sets() {
-  std::vector<KernelSet> sets;
-  for (std::istringstream& row : rows("/proc/sysvipc/sem")) {
-    KernelSet s{};
-    row >> s.key >> s.semid >> s.permissions >> s.semaphores;
-    sets.push_back(s);
-  }
-  std::sort(sets.begin(), sets.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
-  return sets;
+std::vector<std::string> kernel_sets() {
+  return texts(sets());
 }
-
 std::vector<int> segment_keys() {
-  return keys(kernel_segments());
+  return keys(segments());
 }
 std::vector<int> set_keys() {
-  return keys(kernel_sets());
+  return keys(sets());
 }
 
 void IpcTest::SetUp() {

@@ -6,25 +6,9 @@
 #include <string>
 #include <vector>
 
-struct KernelSegment {
-  int key;
-  int shmid;
-  std::string permissions;  // octal
-  long size;                // bytes
-  int attached;
-  bool operator==(const KernelSegment&) const = default;
-};
-
-struct KernelSet {
-  int key;
-  int semid;
-  std::string permissions;
-  int semaphores;
-  bool operator==(const KernelSet&) const = default;
-};
-
-std::vector<KernelSegment> kernel_segments();  // by ascending key
-std::vector<KernelSet> kernel_sets();
+// By ascending key: "key permissions bytes attached", "key permissions semaphores".
+std::vector<std::string> kernel_segments();
+std::vector<std::string> kernel_sets();
 
 // The keys alone.
 std::vector<int> segment_keys();
