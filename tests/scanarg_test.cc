@@ -91,7 +91,8 @@ TEST_F(Scan, ErrorsAreToldAndCountedAndListsEnd) {
 TEST_F(Scan, ValuesReachTheVariablesUpToTheFirstFailure) {
   Status status;
   parse(
-      "-b 300 -s 42 -d f0 -c /a -D rocommunity=a=b -D nfragments=1099 -D loglevmap_inf=info -D "
+      "-b 300 -s 42 -d f0 -c /a -D rocommunity=a=b -D alivetime=0 -D nfragments=1099 -D "
+      "loglevmap_inf=info -D "
       "syslog_facility=none -D historytime=0");
   EXPECT_EQ(
       printed([&] { scan_.setVariables(3, status); }),
