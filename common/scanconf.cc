@@ -1,5 +1,9 @@
 #include "common/scanconf.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -190,9 +194,24 @@ const LineHandler::Keyword LineHandler::keywords[6] = {
     {"set", &LineHandler::set},         {"debug", &LineHandler::debug},
 };
 
+// A pipe is refused as a socket is by the kernel: its writer could keep the reader waiting forever.
+std::FILE* open_without_waiting(const char* path) {
+  const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat info {};
+  int error = fstat(fd, &info) != 0 ? errno : S_ISFIFO(info.st_mode) ? ENXIO : 0;
+  if (error == 0) {
+    if (std::FILE* file = fdopen(fd, "r")) return file;
+    error = errno;
+  }
+  ::close(fd);
+  errno = error;
+  return nullptr;
+}
+
 std::FILE* open_file(const char* path, Status& status, const std::function<void()>& pause) {
   for (int attempt = 1;; ++attempt) {
-    std::FILE* file = std::fopen(path, "re");
+    std::FILE* file = open_without_waiting(path);
     const int error = errno;
     if (file != nullptr) return file;
     log_line(LEVEL_INF, "tried to open:" + std::string(path) + "\n");
