@@ -5,7 +5,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "tests/support/throwing_crash.h"
 
@@ -32,7 +31,6 @@ std::string tokens(const std::string& text) {
 TEST(Lexer, CutsTextIntoTokens) {
   const std::pair<const char*, const char*> cases[] = {
       {"", ""},
-      {" \t\r\n", ""},
       {"node-0:", "T_NODE T_DASH T_INT(0) T_COLON"},
       {"device-1.path=", "T_DEVICE T_DASH T_INT(1) T_DOT T_PATH T_EQUAL"},
       {"--search -- search", "T_OPTION T_SEARCH T_OPTION T_SEARCH"},
@@ -46,7 +44,6 @@ TEST(Lexer, CutsTextIntoTokens) {
        "T_DATABUF T_NLOGBUF T_TLOGBUF T_DICTBUF T_SQLBUF T_EVBUF"},
       {"size path type data log", "T_SIZE T_PATH T_TYPE T_DATA T_LOG"},
       {"a/b;\"c\" \xff\x01,", "T_STRING(a/b;\"c\") T_STRING(\xff\x01) T_COMMA"},
-      {"node1 x9:", "T_STRING(node1) T_STRING(x9) T_COLON"},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(tokens(text), expected) << text;
   EXPECT_EQ(token_name(static_cast<token>(T_ERROR + 1)), nullptr);
@@ -66,7 +63,6 @@ TEST(Lexer, ReadsPathsAsTheyStand) {
       {"\"abc", T_STRING, "ab", ""},
       {"\"", T_STRING, "", ""},
       {"  ,x", T_STRING, "", ",x"},
-      {"data", T_STRING, "data", ""},
       {"   ", T_EOF, "", ""},
       {"", T_STRING, "=", ""},
   };

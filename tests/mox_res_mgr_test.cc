@@ -223,9 +223,6 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
       {"-n 3", "opt: ?\nError: 3\\n\n 3\n ^\n" + usage_text + abnormal, 1},
       {"-f /nonexistent create node-0:",
        error_block(5500, 4, "Opening file \"/nonexistent\" failed", ENOENT), 1},
-      {"CREATE node-0:", "Error: CREATE\n CREATE\n      ^\n" + usage_text + abnormal, 1},
-      {"delete --search node-0: ipcbase=5",
-       "Error: --\n delete --\n         ^\n" + usage_text + abnormal, 1},
       {"create --find node-0:",
        "Error: find\n create --find\n             ^\n" + usage_text + abnormal, 1},
   };
