@@ -6,7 +6,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mox)
 install(TARGETS mox_runtime EXPORT moxTargets COMPONENT mox_development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT moxTargets NAMESPACE mox:: DESTINATION ${package_dir} COMPONENT mox_development)
-foreach(folder IN ITEMS common errutils src/utl)
+foreach(folder IN ITEMS common errutils src/utl utl)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ COMPONENT mox_development
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mox/${folder} FILES_MATCHING PATTERN "*.h")
 endforeach()
