@@ -13,8 +13,8 @@ void openStandardStreams() {
   std::signal(SIGXFSZ, SIG_IGN);
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
-    // Opened the wrong way round, so that reading and writing still fail.
-    if (open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd) {
+    // The wrong way round for input and reports, which must not seem to succeed; log lines may go.
+    if (open("/dev/null", fd == STDOUT_FILENO ? O_RDONLY : O_WRONLY) != fd) {
       std::perror("/dev/null");
       std::exit(EXIT_FAILURE);
     }
