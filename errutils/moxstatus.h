@@ -7,13 +7,13 @@
 // Only the low 16 bits take part in the look-up of a text.
 enum Moxstatus_e : std::int32_t {
   MOX_NORMAL = 0,
-  MOX_NO_SUCH_VARIABLE = 320,        // the name
-  MOX_VALUE_OUT_OF_RANGE = 336,      // value, name, minimum, maximum
-  MOX_VALUE_NOT_ALLOWED = 352,       // value, name, allowed values
-  MOX_VALUE_NOT_A_NUMBER = 368,      // value, name
-  MOX_VARIABLES_CONTRADICT = 384,    // name, name, what must hold
-  MOX_NO_SPACE_LEFT = 1521,          //
-  MOX_CANNOT_HAPPEN = 3360,          //
+  MOX_NO_SUCH_VARIABLE = 320,      // the name
+  MOX_VALUE_OUT_OF_RANGE = 336,    // value, name, minimum, maximum
+  MOX_VALUE_NOT_ALLOWED = 352,     // value, name, allowed values
+  MOX_VALUE_NOT_A_NUMBER = 368,    // value, name
+  MOX_VARIABLES_CONTRADICT = 384,  // name, name, what must hold
+  MOX_NO_SPACE_LEFT = 1521,
+  MOX_CANNOT_HAPPEN = 3360,
   MOX_OPEN_FAILED = 5500,            // file name
   MOX_READ_FAILED = 5502,            // file name
   MOX_CONTROL_FAILED = 5504,         // file name
@@ -27,8 +27,8 @@ enum Moxstatus_e : std::int32_t {
   MOX_SEM_CREATE_FAILED = 5520,      // key
   MOX_SEM_OPERATION_FAILED = 5521,   // key
   MOX_SEM_REMOVE_FAILED = 5522,      // key
-  MOX_CONFIG_SYNTAX = 11618,         //
-  MOX_INVALID_OPTION = 11640,        //
+  MOX_CONFIG_SYNTAX = 11618,
+  MOX_INVALID_OPTION = 11640,
 };
 
 // A severity of 3 or more means that the operation failed.

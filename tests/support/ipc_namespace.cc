@@ -11,54 +11,42 @@
 
 namespace {
 
-// The given columns of one of the kernel's tables, by the key in the first one.
-std::map<int, std::string> rows(const char* table, std::initializer_list<std::size_t> columns) {
+// The key and the given columns of one of the kernel's tables, by ascending key.
+std::vector<std::string> rows(const char* table, std::initializer_list<std::size_t> columns) {
   std::ifstream file(table);
-  std::map<int, std::string> result;
+  std::map<int, std::string> sorted;
   std::string line;
   std::getline(file, line);
   while (std::getline(file, line)) {
     std::istringstream stream(line);
     const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
-    std::string row = words.at(0);
+    std::string& row = sorted[std::stoi(words.at(0))] = words[0];
     for (const std::size_t column : columns) row += " " + words.at(column);
-    result.emplace(std::stoi(words[0]), row);
   }
-  return result;
-}
-
-std::map<int, std::string> segments() {
-  return rows("/proc/sysvipc/shm", {2, 3, 6});
-}
-std::map<int, std::string> sets() {
-  return rows("/proc/sysvipc/sem", {2, 3});
-}
-
-std::vector<int> keys(const std::map<int, std::string>& objects) {
-  std::vector<int> result;
-  for (const auto& object : objects) result.push_back(object.first);
-  return result;
-}
-
-std::vector<std::string> texts(const std::map<int, std::string>& objects) {
   std::vector<std::string> result;
-  for (const auto& object : objects) result.push_back(object.second);
+  for (const auto& entry : sorted) result.push_back(entry.second);
+  return result;
+}
+
+std::vector<int> keys(const std::vector<std::string>& rows) {
+  std::vector<int> result;
+  for (const std::string& row : rows) result.push_back(std::stoi(row));
   return result;
 }
 
 }  // namespace
 
 std::vector<std::string> kernel_segments() {
-  return texts(segments());
+  return rows("/proc/sysvipc/shm", {2, 3, 6});
 }
 std::vector<std::string> kernel_sets() {
-  return texts(sets());
+  return rows("/proc/sysvipc/sem", {2, 3});
 }
 std::vector<int> segment_keys() {
-  return keys(segments());
+  return keys(kernel_segments());
 }
 std::vector<int> set_keys() {
-  return keys(sets());
+  return keys(kernel_sets());
 }
 
 void IpcTest::SetUp() {
