@@ -76,7 +76,7 @@ bool ipc_res::create_segment(unsigned offset, undo_log& log) {
   return false;
 }
 
-bool ipc_res::create_semaphores(undo_log& log) {
+void ipc_res::create_semaphores(undo_log& log) {
   announcement<sem_undo_op> entry(log, key(SEMAPHORES), semaphores_per_node);
   utlMapMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
   if (!stat.failed()) {
@@ -84,7 +84,7 @@ bool ipc_res::create_semaphores(undo_log& log) {
     entry.made(adopted);
     utlUnmapMutex();
     hint_at_adopted_set(key(SEMAPHORES), adopted);
-    return true;
+    return;
   }
   // Only a set that is known to be absent is created.
   if (stat.os_error == ENOENT) {
@@ -92,12 +92,11 @@ bool ipc_res::create_semaphores(undo_log& log) {
     utlCreateMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
   }
   if (utlMappedMutex() != -1) entry.made(utlMappedMutex());
-  if (!stat.failed()) return true;
+  if (!stat.failed()) return;
   hint_at_semaphore_limit(stat.os_error);
   emit_korv_error(HERE);
   std::printf("Error: mutex creation failed\n");
   STATUS_TRACE(stat);
-  return false;
 }
 
 bool ipc_res::search() {

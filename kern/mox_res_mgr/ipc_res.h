@@ -50,7 +50,7 @@ struct ipc_res {
 
  private:
   bool create_segment(unsigned offset, undo_log& log);
-  bool create_semaphores(undo_log& log);
+  void create_semaphores(undo_log& log);
   void delete_segment(unsigned offset);
   void delete_semaphores();
 };
