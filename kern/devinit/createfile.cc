@@ -57,11 +57,11 @@ void refuse_unusable(mode_t mode) {
 void open_device(const char* path) {
   struct stat status {};
   if (stat(path, &status) == 0) refuse_unusable(status.st_mode);
+  int error = 0;
+  clean_name = resolve_symlink(path, error);  // before there is anything to clean up
   const int fd = open(path, device_open_flags() | O_NONBLOCK, 0600);
   if (fd < 0) devinit_fail("open", errno);
   clean_fd = fd;
-  int error = 0;
-  clean_name = resolve_symlink(path, error);
   if (fstat(fd, &status) != 0) devinit_fail("fstat", errno);
   refuse_unusable(status.st_mode);
   const int flags = fcntl(fd, F_GETFL);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <new>
 
 #include "common/interrupt.h"
 #include "kern/devicefile.h"
@@ -124,9 +125,7 @@ int finish_report() {
   devinit_fail("standard output", error);
 }
 
-}  // namespace
-
-int devinit(int argc, char** argv) {
+int run(int argc, char** argv) {
   Options options;
   const OptionsResult result = parse_options(argc, argv, options);
   if (result != OptionsResult::RUN) return result == OptionsResult::DONE ? finish_report() : 1;
@@ -150,4 +149,14 @@ int devinit(int argc, char** argv) {
   std::printf("Device %s\n",
               readVerify != 0 ? "verification completed" : "initialized successfully");
   return finish_report();
+}
+
+}  // namespace
+
+int devinit(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    devinit_fail("out of memory");
+  }
 }
