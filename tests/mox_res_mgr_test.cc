@@ -177,6 +177,7 @@ TEST_F(ResourceManager, ExplainsWhatTheKernelRefuses) {
     std::ofstream("/proc/sys/kernel/" + name) << value;
   };
   const std::string create = "create node-0: ipcbase=10, databuf=5";
+  if (access("/proc/sys/kernel/shmmni", W_OK) != 0) GTEST_SKIP() << "skipped: limits are fixed";
   set("shmmni", "1");
   EXPECT_EQ(
       output(create, 1),

@@ -1,6 +1,7 @@
 #include "tests/support/ipc_namespace.h"
 
 #include <sched.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -51,6 +52,13 @@ std::vector<int> set_keys() {
 
 void IpcTest::SetUp() {
   if (unshare(CLONE_NEWIPC) == 0) return;
-  if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0) return;
+  const std::string user = "0 " + std::to_string(geteuid()) + " 1";
+  const std::string group = "0 " + std::to_string(getegid()) + " 1";
+  if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0) {
+    std::ofstream("/proc/self/uid_map") << user;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/gid_map") << group;
+    return;
+  }
   GTEST_SKIP() << "skipped: no IPC namespace of its own: " << std::strerror(errno);
 }
