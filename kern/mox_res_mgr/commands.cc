@@ -25,6 +25,21 @@ bool search_option() {
   return true;
 }
 
+struct request {
+  op_list ops;
+  bool searching;
+};
+
+// The text of a command that makes resources, from its first word to its end.
+request read_request(token command, op_list (*parse)()) {
+  initStatus_s(&stat);
+  match(command);
+  const bool searching = search_option();
+  request result{parse(), searching};
+  if (searching) search_check(result.ops);
+  return result;
+}
+
 bool interrupted() {
   const int signal = pendingInterrupt();
   if (signal != 0) std::printf("Error: interrupted by signal %d\n", signal);
@@ -46,14 +61,14 @@ outcome make(op& node, bool searching, undo_log& log) {
 
 // Makes one node after the other until one fails. An interrupt takes effect when the node in hand
 // is done; one that comes behind the last node's check finds the command complete.
-outcome make_all(op_list& ops, bool searching, undo_log& log) {
+outcome make_all(request& wanted, undo_log& log) {
   if (const int os_error = holdInterrupts(); os_error != 0) {
     std::printf("Error: signals cannot be held: %s\n", std::strerror(os_error));
     return outcome::create_failed;
   }
   try {
-    for (op& node : ops) {
-      const outcome result = make(node, searching, log);
+    for (op& node : wanted.ops) {
+      const outcome result = make(node, wanted.searching, log);
       if (interrupted()) return outcome::interrupted;
       if (result != outcome::made) return result;
     }
@@ -73,15 +88,10 @@ void end_if_interrupted(outcome result) {
 }  // namespace
 
 void create_cmd() {
-  initStatus_s(&stat);
-  match(T_CREATE);
-  const bool searching = search_option();
-  op_list ops = create_operands();
-  if (searching) search_check(ops);
-
+  request wanted = read_request(T_CREATE, create_operands);
   warn_of_forced_removal();
   undo_log log;
-  const outcome result = make_all(ops, searching, log);
+  const outcome result = make_all(wanted, log);
   if (result == outcome::made) return;
   std::printf("Error: create failed, removing %zu elements\n", log.size());
   replay(log);
@@ -90,14 +100,9 @@ void create_cmd() {
 }
 
 void check_cmd() {
-  initStatus_s(&stat);
-  match(T_CHECK);
-  const bool searching = search_option();
-  op_list ops = operands();
-  if (searching) search_check(ops);
-
+  request wanted = read_request(T_CHECK, operands);
   undo_log log;
-  const outcome result = make_all(ops, searching, log);
+  const outcome result = make_all(wanted, log);
   if (result == outcome::create_failed) std::printf("Error: check failed\n");
   replay(log);
   end_if_interrupted(result);

@@ -51,6 +51,7 @@ void device_res::create(undo_log& log) {
   } else {
     create_file(physical, space, log);
   }
+  if (stat.failed()) STATUS_TRACE(stat);
 }
 
 std::uint64_t device_res::need() const {
