@@ -1,9 +1,8 @@
 #include "common/fieldreader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <limits>
+
+#include "common/base/number.h"
 
 namespace {
 
@@ -32,13 +31,9 @@ FieldReader& FieldReader::number(std::int32_t& field) {
   if (stopped_) return *this;
   blanks();
   const std::string digits(rest_.substr(0, rest_.find_first_of(" \t\n\v\f\r\"")));
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(digits.c_str(), &end, 0);
-  const bool fits = errno == 0 && value >= std::numeric_limits<std::int32_t>::min() &&
-                    value <= std::numeric_limits<std::int32_t>::max();
-  if (digits.empty() || *end != '\0' || !fits) return stop();
-  field = static_cast<std::int32_t>(value);
+  const auto number = readNumber(digits.c_str());
+  if (!number || !number->isWhole() || !number->isWithin(INT32_MIN, INT32_MAX)) return stop();
+  field = static_cast<std::int32_t>(number->value);
   rest_.remove_prefix(digits.size());
   ++count_;
   return *this;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "common/base/printable.h"
 #include "common/logger.h"
 #include "common/syseventlog.h"
 #include "common/variables.h"
@@ -22,17 +23,9 @@ const char* default_of(const char* name) {
   return VarSet::instance().get(name)->initialText();
 }
 
-void log_line(const std::string& text) {
-  logmsg.start(LEVEL_INF, __FILE__, __LINE__);
-  logmsg.txt(text.c_str());
-  logmsg.chr('\n');
-  logmsg.logg();
-}
-
 void refuse(const std::string& value, Status& status) {
-  STATUS_SET(status, SEV_SYSTEMERR, MOX_CONFIG_SYNTAX, 0);
-  addStatusParam(&status, value.c_str());
-  log_line("initLogLevMap, ignoring unexpected value: " + value);
+  status.set(SEV_SYSTEMERR, MOX_CONFIG_SYNTAX, 0, {value});
+  logLine(LEVEL_INF, "initLogLevMap, ignoring unexpected value: " + printable(value));
 }
 
 void read_facility(Status& status) {
@@ -40,12 +33,12 @@ void read_facility(Status& status) {
   int facility = not_logged;
   findSyslogFacility(configured, facility);
   if (const char* overriding = std::getenv("MOX_SYSLOG_FACILITY")) {
-    log_line("MOX_SYSLOG_FACILITY=" + std::string(overriding) +
-             " overrides syslog_facility=" + configured);
+    logLine(LEVEL_INF, "MOX_SYSLOG_FACILITY=" + printable(overriding) +
+                           " overrides syslog_facility=" + configured);
     if (!findSyslogFacility(overriding, facility)) refuse(overriding, status);
   }
   setSyslogFacility(facility);
-  if (facility == not_logged) log_line("syslog logging disabled");
+  if (facility == not_logged) logLine(LEVEL_INF, "syslog logging disabled");
 }
 
 std::string with_node(const std::string& name, const char* separator) {

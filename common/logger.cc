@@ -276,3 +276,14 @@ void LogMsg::setTimeStamp(int kind, const std::string& format) {
   format.copy(time_format_, length);
   time_format_[length] = '\0';
 }
+
+void logLine(LogLevel level, std::string_view text, SourcePosition at) {
+  logmsg.start(level, at.file, at.line);
+  for (; !text.empty();
+       text.remove_prefix(std::min<std::size_t>(text.size(), LogMsg::max_message))) {
+    const std::string_view piece = text.substr(0, LogMsg::max_message);
+    logmsg.txt(piece.data(), static_cast<int>(piece.size()));
+  }
+  logmsg.chr('\n');
+  logmsg.logg();
+}

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/base/sourceposition.h"
 #include "common/loglevel.h"
 #include "common/logmethod.h"
 #include "common/logtrouble.h"
@@ -104,3 +105,6 @@ class LogMsg {
 };
 
 extern LogMsg logmsg;
+
+// A message of one line: the text, of any length, and a line end.
+void logLine(LogLevel level, std::string_view text, SourcePosition at = SourcePosition::here());

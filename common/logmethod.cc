@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "common/base/descriptor.h"
 #include "common/logtrouble.h"
 #include "common/safeopen.h"
 
@@ -17,13 +18,10 @@ int live_count = 0;
 // By lines, so that a line reaches the file in one write and lines of several processes that share
 // a file stay whole.
 std::FILE* open_stream(int fd) {
+  Descriptor owned(fd);
   std::FILE* stream = fdopen(fd, "w");
-  if (stream == nullptr) {
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-    return nullptr;
-  }
+  if (stream == nullptr) return nullptr;
+  owned.release();
   std::setvbuf(stream, nullptr, _IOLBF, 8192);
   return stream;
 }

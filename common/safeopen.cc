@@ -6,30 +6,12 @@
 
 #include <cerrno>
 #include <climits>
-#include <utility>
+
+#include "common/base/descriptor.h"
 
 namespace {
 
 constexpr int max_links = 40;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { reset(-1); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return fd_; }
-  void reset(int fd) {
-    const int kept = errno;
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
-    errno = kept;
-  }
-
- private:
-  int fd_;
-};
 
 int open_start(const std::string& path) {
   return ::open(path.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -45,12 +27,8 @@ bool only_ours(int folder) {
 // Without O_NONBLOCK the open of a pipe would wait for a reader; the writes shall wait.
 int open_file(int folder, const std::string& name) {
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY;
-  const int fd = ::openat(folder, name.c_str(), flags | O_NONBLOCK, 0640);
-  if (fd < 0 || fcntl(fd, F_SETFL, O_APPEND) == 0) return fd;
-  const int error = errno;
-  ::close(fd);
-  errno = error;
-  return -1;
+  Descriptor fd(::openat(folder, name.c_str(), flags | O_NONBLOCK, 0640));
+  return fd && fcntl(fd.get(), F_SETFL, O_APPEND) == 0 ? fd.release() : -1;
 }
 
 // The target of a link, or empty with errno: EINVAL when the name is no link.

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -11,6 +10,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "common/base/number.h"
 #include "common/debugmask.h"
 #include "common/logger.h"
 #include "common/variables.h"
@@ -60,14 +60,11 @@ const char* usage_text(char letter) {
 // bits of the field can hold it, signed or unsigned.
 template <typename Field>
 bool read_number(const char* text, int base, Field& field) {
-  if (text == nullptr) return false;
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text, &end, base);
-  if (end == text || errno == ERANGE) return false;
-  if (value < std::numeric_limits<std::make_signed_t<Field>>::min()) return false;
-  if (value > std::numeric_limits<std::make_unsigned_t<Field>>::max()) return false;
-  field = static_cast<Field>(value);
+  constexpr std::int64_t least = std::numeric_limits<std::make_signed_t<Field>>::min();
+  constexpr std::int64_t most = std::numeric_limits<std::make_unsigned_t<Field>>::max();
+  const auto number = readNumber(text, base);
+  if (!number || !number->isWithin(least, most)) return false;
+  field = static_cast<Field>(number->value);
   return true;
 }
 
@@ -257,14 +254,14 @@ void ScanArg::setVariables(unsigned char level, Status& status) {
   for (int i = 0; i < definitionCount; ++i) {
     const Definition definition(definitions[i]);
     variables.set(definition.name(), definition.value(), status);
-    if (status.failed()) return STATUS_TRACE(status);
+    if (status.failed()) return pushTraceStatus(&status);
   }
   if (buffers > 0) variables.set("nbuffs", buffers, status);
-  if (status.failed()) return STATUS_TRACE(status);
+  if (status.failed()) return pushTraceStatus(&status);
   if (configFile != nullptr) set_config_file(configFile, status);
-  if (status.failed()) return STATUS_TRACE(status);
+  if (status.failed()) return pushTraceStatus(&status);
   if (startLevel >= 0) variables.set("startlevel", startLevel, status);
-  if (status.failed()) return STATUS_TRACE(status);
+  if (status.failed()) return pushTraceStatus(&status);
 
   variables.depend_check();
   logmsg.newConfig();

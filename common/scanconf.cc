@@ -11,6 +11,8 @@
 #include <thread>
 #include <unordered_set>
 
+#include "common/base/descriptor.h"
+#include "common/base/printable.h"
 #include "common/fieldreader.h"
 #include "common/logger.h"
 #include "common/variables.h"
@@ -25,20 +27,9 @@ constexpr std::size_t short_word = 99;
 constexpr std::size_t host_name = 199;
 constexpr std::size_t long_text = 1023;
 
-void log_line(LogLevel level, const std::string& text) {
-  logmsg.start(level, __FILE__, __LINE__);
-  logmsg.txt(text.c_str());
-  logmsg.logg();
-}
-
 void log_failure(const char* activity, const char* path, const char* function, int os_error) {
-  log_line(LEVEL_WRN, std::string(activity) + path + ", " + function + "() failed,Unix errno=" +
-                          std::to_string(os_error) + ": " + std::strerror(os_error) + "\n");
-}
-
-void fail(Status& status, Moxstatus_e number, int os_error, const char* path) {
-  STATUS_SET(status, SEV_SYSTEMERR, number, os_error);
-  addStatusParam(&status, path);
+  logLine(LEVEL_WRN, activity + printable(path) + ", " + function + "() failed,Unix errno=" +
+                         std::to_string(os_error) + ": " + std::strerror(os_error));
 }
 
 struct Line {
@@ -141,7 +132,7 @@ class LineHandler {
     fields.word(short_word, line.site).text(long_text, line.text);
     if (!fields.ok()) return illegal(fields, "node");
     if (!node_numbers_.insert(line.number).second) {
-      return log_line(LEVEL_WRN, "SH: Node allready entered!\n");
+      return logLine(LEVEL_WRN, "SH: Node allready entered!");
     }
     record_.nodes.push_back(line);
   }
@@ -177,8 +168,7 @@ class LineHandler {
     Status result;
     VarSet::instance().set(name.c_str(), value.c_str() + 1, result);
     if (!result.failed()) return;
-    log_line(LEVEL_WRN,
-             "Config. file line " + std::to_string(number_) + ": " + result.getText() + "\n");
+    logLine(LEVEL_WRN, "Config. file line " + std::to_string(number_) + ": " + result.getText());
     if (!status_.failed()) status_ = result;
   }
 
@@ -196,17 +186,16 @@ const LineHandler::Keyword LineHandler::keywords[6] = {
 
 // A pipe is refused as a socket is by the kernel: its writer could keep the reader waiting forever.
 std::FILE* open_without_waiting(const char* path) {
-  const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  if (fd < 0) return nullptr;
+  Descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};
-  int error = fstat(fd, &info) != 0 ? errno : S_ISFIFO(info.st_mode) ? ENXIO : 0;
-  if (error == 0) {
-    if (std::FILE* file = fdopen(fd, "r")) return file;
-    error = errno;
+  if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
+  if (S_ISFIFO(info.st_mode)) {
+    errno = ENXIO;
+    return nullptr;
   }
-  ::close(fd);
-  errno = error;
-  return nullptr;
+  std::FILE* file = fdopen(fd.get(), "r");
+  if (file != nullptr) fd.release();
+  return file;
 }
 
 std::FILE* open_file(const char* path, Status& status, const std::function<void()>& pause) {
@@ -214,9 +203,9 @@ std::FILE* open_file(const char* path, Status& status, const std::function<void(
     std::FILE* file = open_without_waiting(path);
     const int error = errno;
     if (file != nullptr) return file;
-    log_line(LEVEL_INF, "tried to open:" + std::string(path) + "\n");
+    logLine(LEVEL_INF, "tried to open:" + printable(path));
     if (attempt == open_attempts) {
-      fail(status, MOX_OPEN_FAILED, error, path);
+      status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, error, {path});
       return nullptr;
     }
     pause();
@@ -256,8 +245,8 @@ void scanConf(const char* path, ConfigRecord& record, Status& status,
     close_file(file, path);
     if (error == 0) return;
     if (attempt == read_attempts || error == EFBIG) {
-      return fail(status, MOX_READ_FAILED, error, path);
+      return status.set(SEV_SYSTEMERR, MOX_READ_FAILED, error, {path});
     }
-    log_line(LEVEL_INF, "trying to re-open cfg file\n");
+    logLine(LEVEL_INF, "trying to re-open cfg file");
   }
 }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -17,26 +16,33 @@
 
 int intimateSharedMemory = 0;
 
-#define CLEARED(status) STATUS_SET((status), SEV_SUCCESS, MOX_NORMAL, 0)
-#define FAILED(status, number, os_error) STATUS_SET((status), SEV_SYSTEMERR, (number), (os_error))
-
 namespace {
 
-void add_number(Status& status, int number) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%d", number);
-  addStatusParam(&status, text);
+void clear(Status& status, SourcePosition at = SourcePosition::here()) {
+  status.set(SEV_SUCCESS, MOX_NORMAL, 0, {}, at);
 }
 
-int get(int key, int size, Status& status, int flags) {
+int get(int key, int size, Status& status, int flags, SourcePosition at = SourcePosition::here()) {
   const int shmid = shmget(key, static_cast<std::size_t>(size), flags);
   if (shmid < 0) {
-    FAILED(status, MOX_SHM_GET_FAILED, errno);
-    add_number(status, key);
+    status.set(SEV_SYSTEMERR, MOX_SHM_GET_FAILED, errno, {key}, at);
     return -1;
   }
-  CLEARED(status);
+  clear(status, at);
   return shmid;
+}
+
+// The size of a segment in bytes, at most what a Size holds; `named` is the parameter of a failure.
+template <class Size>
+Size size_of(int shmid, int named, Status& status, SourcePosition at = SourcePosition::here()) {
+  shmid_ds segment{};
+  if (shmctl(shmid, IPC_STAT, &segment) != 0) {
+    status.set(SEV_SYSTEMERR, MOX_SHM_CONTROL_FAILED, errno, {named}, at);
+    return 0;
+  }
+  clear(status, at);
+  constexpr std::size_t most = std::numeric_limits<Size>::max();
+  return static_cast<Size>(std::min(segment.shm_segsz, most));
 }
 
 // A hole in the kernel's table, or a segment that vanished between two calls.
@@ -44,11 +50,11 @@ bool is_hole(int os_error) {
   return os_error == EINVAL || os_error == EIDRM;
 }
 
-// Removes what the caller has just created itself, keeping the failure that is being reported. -1,
-// or the identifier of a segment that is still there.
-int discard(int shmid) {
-  const bool gone = shmctl(shmid, IPC_RMID, nullptr) == 0 || is_hole(errno);
-  return gone ? -1 : shmid;
+// Removes what has just been created; the status keeps the failure that is being reported. Returns
+// the segment when it is still there.
+Segment discard(const Segment& segment) {
+  const bool gone = shmctl(segment.id, IPC_RMID, nullptr) == 0 || is_hole(errno);
+  return gone ? Segment() : Segment{segment.id, nullptr, Whose::OURS};
 }
 
 // Walks the kernel's table. SHM_STAT_ANY asks for no read permission on the segments.
@@ -103,28 +109,12 @@ bool sharedKeys(int* keys, unsigned n, unsigned* count) {
 }
 
 int sharedSize(int shmid, Status& status) {
-  shmid_ds segment{};
-  if (shmctl(shmid, IPC_STAT, &segment) != 0) {
-    FAILED(status, MOX_SHM_CONTROL_FAILED, errno);
-    add_number(status, shmid);
-    return 0;
-  }
-  CLEARED(status);
-  return static_cast<int>(
-      std::min(segment.shm_segsz, static_cast<std::size_t>(std::numeric_limits<int>::max())));
+  return size_of<int>(shmid, shmid, status);
 }
 
 unsigned sharedSizeFromKey(int key, Status& status) {
   const int shmid = get(key, 0, status, 0);
-  if (status.failed()) return 0;
-  shmid_ds segment{};
-  if (shmctl(shmid, IPC_STAT, &segment) != 0) {
-    FAILED(status, MOX_SHM_CONTROL_FAILED, errno);
-    add_number(status, key);
-    return 0;
-  }
-  CLEARED(status);
-  return static_cast<unsigned>(segment.shm_segsz);
+  return status.failed() ? 0 : size_of<unsigned>(shmid, key, status);
 }
 
 int sharedGet(int key, int size, int expected, Status& status, int flags) {
@@ -132,109 +122,103 @@ int sharedGet(int key, int size, int expected, Status& status, int flags) {
   if (status.failed()) return -1;
   const int real_size = sharedSize(shmid, status);
   if (status.failed()) {
-    STATUS_TRACE(status);
+    pushTraceStatus(&status);
     return -1;
   }
   if (expected != 0 && expected != real_size) {
-    FAILED(status, MOX_SHM_GET_FAILED, 0);
-    add_number(status, key);
+    status.set(SEV_SYSTEMERR, MOX_SHM_GET_FAILED, 0, {key});
     return -1;
   }
-  CLEARED(status);
+  clear(status);
   return shmid;
 }
 
 int sharedCreate(int key, int size, Status& status) {
   const int shmid = sharedGet(key, size, 0, status, ipcCreateFlags);
-  if (status.failed()) STATUS_TRACE(status);
+  if (status.failed()) pushTraceStatus(&status);
   return shmid;
 }
 
-namespace {
-
-// Creates a segment that is ours alone, attaches it and hands its memory to the locking hook.
-// Returns its identifier; after a failure -1, or the identifier of a segment that could not be
-// removed again.
-int create_and_attach(int key, int size, char*& address, Status& status) {
-  const int shmid = get(key, size, status, ipcCreateFlags | IPC_EXCL);
-  if (status.failed()) return -1;
-  address = sharedAttach(shmid, address, status, 1);
+Segment createSegment(int key, int size, char* address, Status& status) {
+  Segment segment;
+  segment.id = get(key, size, status, ipcCreateFlags | IPC_EXCL);
   if (status.failed()) {
-    add_number(status, key);
-    return discard(shmid);
+    if (status.os_error == EEXIST) segment.whose = Whose::STRANGERS;
+    return segment;
   }
-  incLockMem(address, static_cast<unsigned>(size), status);
+  segment.whose = Whose::OURS;
+  segment.address = sharedAttach(segment.id, address, status, 1);
   if (status.failed()) {
-    static_cast<void>(shmdt(address));
-    return discard(shmid);
+    addStatusParam(&status, std::to_string(key).c_str());
+    return discard(segment);
   }
-  CLEARED(status);
-  return shmid;
+  incLockMem(segment.address, static_cast<unsigned>(size), status);
+  if (status.failed()) {
+    static_cast<void>(shmdt(segment.address));
+    return discard(segment);
+  }
+  clear(status);
+  return segment;
 }
-
-}  // namespace
 
 char* sharedCreate(int key, int size, char* address, Status& status) {
-  const int existing = get(key, 0, status, 0);
-  if (existing < 0 && status.os_error != ENOENT) return nullptr;
-  if (existing >= 0) {
-    sharedRemove(existing, status);
-    if (status.failed()) {
-      STATUS_TRACE(status);
-      return nullptr;
-    }
-  }
-  create_and_attach(key, size, address, status);
-  if (status.failed()) {
-    STATUS_TRACE(status);
+  // Key 0 names no segment: each creation with it makes one more.
+  const int existing = key == IPC_PRIVATE ? -1 : get(key, 0, status, 0);
+  if (existing < 0 && key != IPC_PRIVATE && status.os_error != ENOENT) return nullptr;
+  if (existing >= 0) sharedRemove(existing, status);
+  if (existing >= 0 && status.failed()) {
+    pushTraceStatus(&status);
     return nullptr;
   }
-  return address;
+  const Segment segment = createSegment(key, size, address, status);
+  if (status.failed()) {
+    pushTraceStatus(&status);
+    return nullptr;
+  }
+  return segment.address;
 }
 
 int sharedCreateIfNotExists(int key, int size, char*& address, Status& status) {
   if (status.failed()) {
-    STATUS_TRACE(status);
+    pushTraceStatus(&status);
     return -1;
   }
-  address = nullptr;
-  const int shmid = create_and_attach(key, size, address, status);
-  if (status.number == MOX_SHM_GET_FAILED && status.os_error == EEXIST) {
-    FAILED(status, MOX_SHM_EXISTS, 0);
-    add_number(status, key);
+  const Segment segment = createSegment(key, size, nullptr, status);
+  address = segment.address;
+  if (segment.whose == Whose::STRANGERS) {
+    status.set(SEV_SYSTEMERR, MOX_SHM_EXISTS, 0, {key});
     return shmget(key, 0, 0);
   }
-  if (status.failed()) STATUS_TRACE(status);
-  return shmid;
+  if (status.failed()) pushTraceStatus(&status);
+  return segment.id;
 }
 
 char* sharedAttach(int shmid, char* address, Status& status, int writable) {
   const int flags = intimateSharedMemory | (writable != 0 ? 0 : SHM_RDONLY);
   void* const attached = shmat(shmid, address, flags);
   if (reinterpret_cast<std::intptr_t>(attached) == -1) {
-    FAILED(status, MOX_SHM_ATTACH_FAILED, errno);
+    status.set(SEV_SYSTEMERR, MOX_SHM_ATTACH_FAILED, errno);
     return nullptr;
   }
-  CLEARED(status);
+  clear(status);
   return static_cast<char*>(attached);
 }
 
 int sharedDetach(char* address, Status& status) {
   if (shmdt(address) != 0) {
-    FAILED(status, MOX_SHM_DETACH_FAILED, errno);
+    status.set(SEV_SYSTEMERR, MOX_SHM_DETACH_FAILED, errno);
     return -1;
   }
-  CLEARED(status);
+  clear(status);
   return 0;
 }
 
 void sharedRemove(int shmid, Status& status) {
   if (shmctl(shmid, IPC_RMID, nullptr) != 0) {
-    FAILED(status, MOX_SHM_REMOVE_FAILED, errno);
-    add_number(status, shmid);
+    status.set(SEV_SYSTEMERR, MOX_SHM_REMOVE_FAILED, errno, {shmid});
     return;
   }
-  CLEARED(status);
+  clear(status);
 }
 
 void sharedRemove(int key, unsigned /*size*/, Status& status) {
@@ -246,8 +230,7 @@ void sharedRemoveOwned(int key, int shmid, Status& status) {
   const int present = get(key, 0, status, 0);
   if (present < 0 && status.os_error == ENOENT) return;
   if (present >= 0 && present != shmid) {
-    FAILED(status, MOX_SHM_REMOVE_FAILED, EIDRM);
-    add_number(status, shmid);
+    status.set(SEV_SYSTEMERR, MOX_SHM_REMOVE_FAILED, EIDRM, {shmid});
     return;
   }
   sharedRemove(shmid, status);

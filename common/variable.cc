@@ -1,9 +1,8 @@
 #include "common/variable.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <limits>
 #include <string_view>
+
+#include "common/base/number.h"
 
 namespace {
 
@@ -11,28 +10,6 @@ namespace {
 std::string shortened(const std::string& value) {
   constexpr std::size_t shown = 60;
   return value.size() <= shown ? value : value.substr(0, shown) + "...";
-}
-
-void refuse(Status& status, Moxstatus_e number, const std::string& value, const char* name) {
-  STATUS_SET(status, SEV_SYSTEMERR, number, 0);
-  addStatusParam(&status, shortened(value).c_str());
-  addStatusParam(&status, name);
-}
-
-enum class Conversion { NUMBER, TOO_LARGE, NO_NUMBER };
-
-Conversion convert(const char* text, std::int32_t& number) {
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text, &end, 0);
-  const int error = errno;
-  if (end == text || *end != '\0') return Conversion::NO_NUMBER;
-  if (error == ERANGE || value < std::numeric_limits<std::int32_t>::min() ||
-      value > std::numeric_limits<std::int32_t>::max()) {
-    return Conversion::TOO_LARGE;
-  }
-  number = static_cast<std::int32_t>(value);
-  return Conversion::NUMBER;
 }
 
 }  // namespace
@@ -83,25 +60,19 @@ void Variable::set(const char* value, Status& status) {
 }
 
 void Variable::setText(const char* value, Status& status) {
-  if (allows(value)) {
-    take(0, value);
-    return;
-  }
-  refuse(status, MOX_VALUE_NOT_ALLOWED, value, name_);
-  addStatusParam(&status, allowed_);
+  if (allows(value)) return take(0, value);
+  status.set(SEV_SYSTEMERR, MOX_VALUE_NOT_ALLOWED, 0, {shortened(value), name_, allowed_});
 }
 
 void Variable::setNumber(const char* value, Status& status) {
-  std::int32_t number = 0;
-  const Conversion conversion = convert(value, number);
-  if (conversion == Conversion::NO_NUMBER) {
-    refuse(status, MOX_VALUE_NOT_A_NUMBER, value, name_);
-  } else if (conversion == Conversion::TOO_LARGE || number < minimum_ || number > maximum_) {
-    refuse(status, MOX_VALUE_OUT_OF_RANGE, value, name_);
-    addStatusParam(&status, std::to_string(minimum_).c_str());
-    addStatusParam(&status, std::to_string(maximum_).c_str());
+  const auto number = readNumber(value);
+  if (!number || !number->isWhole()) {
+    status.set(SEV_SYSTEMERR, MOX_VALUE_NOT_A_NUMBER, 0, {shortened(value), name_});
+  } else if (!number->isWithin(minimum_, maximum_)) {
+    status.set(SEV_SYSTEMERR, MOX_VALUE_OUT_OF_RANGE, 0,
+               {shortened(value), name_, minimum_, maximum_});
   } else {
-    take(number, std::to_string(number));
+    take(static_cast<std::int32_t>(number->value), std::to_string(number->value));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/base/printable.h"
 #include "common/logger.h"
 
 namespace {
@@ -42,12 +43,6 @@ constexpr Dependence dependences[] = {
     {"sql_shm_gcunused", "sql_use_shm", {"no", "no"}},
 };
 
-void log_warning(const std::string& text) {
-  logmsg.start(LEVEL_WRN, __FILE__, __LINE__);
-  logmsg.txt(text.c_str());
-  logmsg.logg();
-}
-
 bool contradict(const VariableDict& dict, const Order& order) {
   const std::int32_t larger = dict.find(order.larger)->number();
   return larger != 0 && dict.find(order.smaller)->number() > larger;
@@ -55,10 +50,8 @@ bool contradict(const VariableDict& dict, const Order& order) {
 
 Status contradiction(const Order& order) {
   Status status;
-  STATUS_SET(status, SEV_SYSTEMERR, MOX_VARIABLES_CONTRADICT, 0);
-  addStatusParam(&status, order.smaller);
-  addStatusParam(&status, order.larger);
-  addStatusParam(&status, "the first must not be above the second");
+  status.set(SEV_SYSTEMERR, MOX_VARIABLES_CONTRADICT, 0,
+             {order.smaller, order.larger, "the first must not be above the second"});
   return status;
 }
 
@@ -83,13 +76,8 @@ Variable* VarSet::find(const char* name, Status& status) {
   initStatus_s(&status);
   Variable* variable = dict_.find(name);
   if (variable != nullptr) return variable;
-  logmsg.start(LEVEL_WRN, __FILE__, __LINE__);
-  logmsg.txt("No variable named ");
-  logmsg.txt(name);
-  logmsg.txt(".\n");
-  logmsg.logg();
-  STATUS_SET(status, SEV_SYSTEMERR, MOX_NO_SUCH_VARIABLE, 0);
-  addStatusParam(&status, name);
+  logLine(LEVEL_WRN, "No variable named " + printable(name) + ".");
+  status.set(SEV_SYSTEMERR, MOX_NO_SUCH_VARIABLE, 0, {name});
   return nullptr;
 }
 
@@ -109,9 +97,7 @@ void VarSet::read(const char* name, int* value, int initial, Status& status) {
     *value = variable->number();
     return;
   }
-  STATUS_SET(status, SEV_SYSTEMERR, MOX_VALUE_NOT_A_NUMBER, 0);
-  addStatusParam(&status, variable->text().c_str());
-  addStatusParam(&status, name);
+  status.set(SEV_SYSTEMERR, MOX_VALUE_NOT_A_NUMBER, 0, {variable->text(), name});
 }
 
 void VarSet::read(const char* name, char** value, const char* initial, Status& status) {
@@ -148,11 +134,11 @@ void VarSet::constraints(Status& status) const {
 
 void VarSet::depend_check() const {
   for (const Order& order : orders) {
-    if (contradict(dict_, order)) log_warning(std::string(contradiction(order).getText()) + "\n");
+    if (contradict(dict_, order)) logLine(LEVEL_WRN, contradiction(order).getText());
   }
   for (const Dependence& dependence : dependences) {
     if (!without_effect(dict_, dependence)) continue;
-    log_warning("Variable \"" + std::string(dependence.name) + "\" has no effect: \"" +
-                dependence.on + "\" is \"" + dict_.find(dependence.on)->text() + "\"\n");
+    logLine(LEVEL_WRN, "Variable \"" + std::string(dependence.name) + "\" has no effect: \"" +
+                           dependence.on + "\" is \"" + dict_.find(dependence.on)->text() + "\"");
   }
 }

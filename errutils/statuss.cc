@@ -1,6 +1,5 @@
 #include "errutils/statuss.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -39,29 +38,30 @@ void Status::setstatus(Severity_e new_severity, Moxstatus_e new_number) {
 }
 
 void Status::set(Severity_e new_severity, Moxstatus_e new_number, int new_os_error,
-                 const char* in_file, int at_line) {
+                 std::initializer_list<StatusParam> parameters, SourcePosition at) {
   setstatus(new_severity, new_number);
   os_error = new_os_error;
-  file = in_file;
-  line = at_line;
+  file = at.file;
+  line = at.line;
   sqlstate[0] = '\0';
   text[0] = '\0';
   os_text[0] = '\0';
   param_count = 0;
   trace_count = 0;
+  for (const StatusParam& parameter : parameters) addStatusParam(this, parameter.text());
 }
 
 void initStatus_s(Status* status) {
-  status->set(SEV_SUCCESS, MOX_NORMAL, 0, "none", 0);
+  status->set(SEV_SUCCESS, MOX_NORMAL, 0, {}, {"none", 0});
 }
 
 int addStatusParam(Status* status, const char* text) {
   const int used = bytes_used(*status);
-  const int room = Status::max_param_bytes - 1 - used;
-  const int length = static_cast<int>(
-      std::min(std::strlen(text), static_cast<std::size_t>(Status::max_param_bytes)));
-  const int stored = std::min(length, room);
-  if (room < 1) return 0;
+  auto stored = static_cast<int>(strnlen(text, Status::max_param_bytes));
+  if (used + stored + 1 > Status::max_param_bytes) {
+    stored = Status::max_param_bytes - 1 - used;
+    if (stored < 1) return 0;
+  }
   std::memcpy(status->params + used, text, static_cast<std::size_t>(stored));
   status->params[used + stored] = '\0';
   ++status->param_count;
@@ -69,6 +69,10 @@ int addStatusParam(Status* status, const char* text) {
 }
 
 void pushTraceStatus(Status* status, const char* file, int line) {
+  pushTraceStatus(status, SourcePosition{file, line});
+}
+
+void pushTraceStatus(Status* status, SourcePosition at) {
   if (status->trace_count < 0 || status->trace_count >= Status::max_trace) return;
-  status->trace[status->trace_count++] = {file, line};
+  status->trace[status->trace_count++] = at;
 }

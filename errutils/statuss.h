@@ -1,24 +1,41 @@
 // The status record: one failure as every layer of the system hands it upwards. An operation that
-// can fail takes a Status, sets it at the failure site with STATUS_SET and may add text parameters;
-// callers test failed(), add their own position with STATUS_TRACE and return.
+// can fail takes a Status and sets it at the failure site with `set`; callers test failed(), add
+// their own position with pushTraceStatus and return.
 // The record itself knows neither texts nor logger: getText is defined in src/utl/fmtstatus.cc, the
 // reports are defined in common/errhandler.cc.
 #pragma once
 
+#include <charconv>
+#include <concepts>
 #include <cstdint>
+#include <initializer_list>
+#include <string>
 
+#include "common/base/sourceposition.h"
 #include "errutils/moxstatus.h"
+
+// A text parameter of a status, for the call of `set` alone: a text is not copied.
+class StatusParam {
+ public:
+  StatusParam(const char* text) : text_(text) {}
+  StatusParam(const std::string& text) : text_(text.c_str()) {}
+  template <std::integral Number>
+  StatusParam(Number number) {
+    *std::to_chars(digits_, digits_ + sizeof digits_ - 1, number).ptr = '\0';
+  }
+
+  const char* text() const { return text_ != nullptr ? text_ : digits_; }
+
+ private:
+  const char* text_ = nullptr;
+  char digits_[24] = "";
+};
 
 struct Status {
   static constexpr int max_params = 9;         // %1 to %9 of a text
   static constexpr int max_param_bytes = 256;  // all parameters, each with its terminator
   static constexpr int max_trace = 20;
   static constexpr int max_text = 512;
-
-  struct SourcePosition {
-    const char* file;  // constant text, not owned
-    std::int32_t line;
-  };
 
   Moxstatus_e number;
   Severity_e severity;
@@ -40,9 +57,11 @@ struct Status {
   // Writes severity and number alone.
   void setstatus(Severity_e new_severity, Moxstatus_e new_number);
 
-  // What STATUS_SET does: forgets texts, parameters and trace of the failure before.
-  void set(Severity_e new_severity, Moxstatus_e new_number, int new_os_error, const char* in_file,
-           int at_line);
+  // Forgets texts, parameters and trace of the failure before. The position is that of the caller;
+  // a function that only sets a status for others passes theirs on.
+  void set(Severity_e new_severity, Moxstatus_e new_number, int new_os_error = 0,
+           std::initializer_list<StatusParam> parameters = {},
+           SourcePosition at = SourcePosition::here());
 
   // The message, formatted at the first call and kept until the status is set again.
   const char* getText();
@@ -64,13 +83,10 @@ struct Status {
 // The cleared state: number 0, severity 1, file "none".
 void initStatus_s(Status* status);
 
-// Appends one parameter and returns how many characters were stored: a text for which there is no
-// room left is cut, and not added at all when nothing of it would remain.
+// Appends one parameter and returns how many characters were stored: a text that does not fit any
+// more is cut, and not added at all when nothing of it would remain.
 int addStatusParam(Status* status, const char* text);
 
-// Records one more source position; the 21st and later ones are ignored.
+// Record one more source position; the 21st and later ones are ignored.
 void pushTraceStatus(Status* status, const char* file, int line);
-
-#define STATUS_SET(status, severity, number, os_error) \
-  (status).set((severity), (number), (os_error), __FILE__, __LINE__)
-#define STATUS_TRACE(status) pushTraceStatus(&(status), __FILE__, __LINE__)
+void pushTraceStatus(Status* status, SourcePosition at = SourcePosition::here());

@@ -149,7 +149,7 @@ class Documents(unittest.TestCase):
 
         def explained(text):
             plain = re.escape(text.replace(r"\n", "").replace(r"\"", '"'))
-            pattern = re.sub("%[a-z0-9]+|(?<=[ :=])$", ".+", plain)
+            pattern = re.sub("%[a-z0-9]+|(?<=[ :=\"])$", ".+", plain)
             return any(re.fullmatch(pattern, item) for item in items)
 
         self.assertEqual([text for text in texts if not explained(text)], [])
@@ -170,10 +170,10 @@ class Documents(unittest.TestCase):
         reports = "(?:Error: |abnormal|checking|create|removing)"
         for name, found in (
                 ("mox_res_mgr.8", texts(manager, rf'printf\((?="{reports})')),
-                ("mox_res_mgr.8", texts(manager, r'log_line\(LEVEL_WRN,\s*|logmsg.txt\((?="\w)')),
+                ("mox_res_mgr.8", texts(manager, r'logLine\(LEVEL_(?:WRN|ERR),\s*(?:std::string\()?')),
                 ("mox_res_mgr.8", error_texts(manager)),
                 ("devinit.8", texts(writer, r"devinit_(?:fail|report)\(")),
-                ("mox.conf.5", texts(reader, r"log_line\((?:\w+,\s*)?|fprintf\(stderr,\s*")),
+                ("mox.conf.5", texts(reader, r"logLine\(\w+,\s*|fprintf\(stderr,\s*")),
                 ("mox.conf.5", error_texts(reader))):
             with self.subTest(name):
                 self.expect_explained(name, found)

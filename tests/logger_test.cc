@@ -210,7 +210,7 @@ TEST_F(Logger, WholeReportsOfAStatus) {
   const std::string diagnostic = os_message + "KORV-S" + text + "\n" + os_message;
   logmsg.setFileNameAll((folder_ / "log").c_str());
   Status status;
-  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, ENOENT, "site.cc", 42);
+  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, ENOENT, {}, {"site.cc", 42});
   addStatusParam(&status, "/a");
   Status error = status;
   error.severity = SEV_ERROR;

@@ -108,11 +108,19 @@ TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
   EXPECT_EQ(utlRemoveMutex(&status), -1);
   EXPECT_EQ(outcome(), "5522/3/22/9");
 
-  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 8), 0);
+  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, -1), -1);
+  EXPECT_EQ(outcome(), "5520/3/" + std::to_string(EINVAL) + "/9");
+  EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 8), Whose::OURS);
   EXPECT_EQ(kernel_sets(), std::vector<std::string>{"9 660 8"});
   for (int i = 0; i < 8; ++i) EXPECT_EQ(semctl(utlMappedMutex(), i, GETVAL), 1);
-  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 8), -1);
+  EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 8), Whose::STRANGERS);
   EXPECT_EQ(outcome(), "5520/3/" + std::to_string(EEXIST) + "/9");
+
+  // The creation that also finds a set begins anew with its values, whoever asks for fewer of them.
+  EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), 0);
+  EXPECT_EQ(semctl(utlMappedMutex(), 7, SETVAL, 5), 0);
+  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 2), 0);
+  EXPECT_EQ(semctl(utlMappedMutex(), 7, GETVAL), 1);
   utlUnmapMutex();
   EXPECT_EQ(utlMappedMutex(), -1);
   EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), 0);

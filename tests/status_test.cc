@@ -12,7 +12,7 @@ namespace {
 
 Status failure(Severity_e severity, int number, int os_error) {
   Status status;
-  STATUS_SET(status, severity, static_cast<Moxstatus_e>(number), os_error);
+  status.set(severity, static_cast<Moxstatus_e>(number), os_error);
   return status;
 }
 
@@ -44,7 +44,7 @@ TEST(Status, TextIsFormattedOnceUntilTheStatusIsSetAgain) {
   const std::string first = status.getText();
   addStatusParam(&status, "late");
   EXPECT_EQ(status.getText(), first);
-  STATUS_SET(status, SEV_SYSTEMERR, MOX_OPEN_FAILED, EACCES);
+  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, EACCES);
   EXPECT_STREQ(status.getText(), "KORV-S-05500: Opening file \"\" failed, OS status=13");
 }
 
@@ -61,7 +61,7 @@ TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
 TEST(Status, TraceStopsAtTwentyAndAnOverlongTextSaysSo) {
   fmtstatus_errtrace = 1;
   Status status;
-  status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, "site.cc", 7);
+  status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
   pushTraceStatus(&status, "up.cc", 8);
   EXPECT_STREQ(status.getText(), "KORV-E-03360: It can't happen here [site.cc:7]\n[up.cc:8]");
   for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "a/rather/long/path/of/a/source.cc", i);

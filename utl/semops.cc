@@ -4,7 +4,10 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
@@ -28,53 +31,91 @@ struct MappedSet {
 
 MappedSet mapped;
 
-int cleared(Status* status) {
-  STATUS_SET(*status, SEV_SUCCESS, MOX_NORMAL, 0);
+int clear(Status* status, SourcePosition at = SourcePosition::here()) {
+  status->set(SEV_SUCCESS, MOX_NORMAL, 0, {}, at);
   return 0;
 }
 
-int failed(Status* status, Moxstatus_e number, int os_error, int key, int line) {
-  status->set(SEV_ERROR, number, os_error, __FILE__, line);
-  char text[16];
-  std::snprintf(text, sizeof text, "%d", key);
-  addStatusParam(status, text);
+int fail(Status* status, Moxstatus_e number, int os_error, int key,
+         SourcePosition at = SourcePosition::here()) {
+  status->set(SEV_ERROR, number, os_error, {key}, at);
   return -1;
+}
+
+void map(int semid, int key, int count) {
+  mapped.semid = semid;
+  mapped.key = key;
+  mapped.count = count;
+}
+
+// How many semaphores the set has: perhaps more than its user asked for, and GETALL and SETALL move
+// a value for each. 0 with errno when it cannot be told.
+std::size_t size_of_set(int semid) {
+  semid_ds set{};
+  semun into{};
+  into.buf = &set;
+  return semctl(semid, 0, IPC_STAT, into) == 0 ? set.sem_nsems : 0;
+}
+
+// The values of a new set. A semaphore's number has 16 bits: the kernel makes no larger set.
+std::vector<unsigned short> ones(std::int64_t count) {
+  constexpr std::int64_t most = 65536;
+  return std::vector<unsigned short>(
+      static_cast<std::size_t>(std::clamp<std::int64_t>(count, 0, most)), 1);
+}
+
+bool set_all(int semid, std::vector<unsigned short>& values) {
+  semun from{};
+  from.array = values.data();
+  return !values.empty() && semctl(semid, 0, SETALL, from) == 0;
 }
 
 // SEM_UNDO: the kernel gives a mutex back when its holder dies.
 int change_by(Status* status, const MutexRecord& mutex, short amount) {
   sembuf operation{static_cast<unsigned short>(mutex.number), amount, SEM_UNDO};
   if (semop(mapped.semid, &operation, 1) != 0) {
-    return failed(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key, __LINE__);
+    return fail(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key);
   }
-  return cleared(status);
+  return clear(status);
 }
 
 }  // namespace
 
 int utlCreateMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
-  std::vector<unsigned short> ones(static_cast<std::size_t>(count), 1);
-  const int semid = semget(key, count, IPC_CREAT | IPC_EXCL | permissions);
-  if (semid < 0) return failed(status, MOX_SEM_CREATE_FAILED, errno, key, __LINE__);
-  semun values{};
-  values.array = ones.data();
-  if (semctl(semid, 0, SETALL, values) != 0) {
+  map(semget(key, count, IPC_CREAT | permissions), key, count);
+  if (mapped.semid < 0) return fail(status, MOX_SEM_CREATE_FAILED, errno, key);
+  const std::size_t size = size_of_set(mapped.semid);
+  std::vector<unsigned short> values = ones(static_cast<std::int64_t>(size));
+  if (!set_all(mapped.semid, values)) return fail(status, MOX_SEM_OPERATION_FAILED, errno, key);
+  return clear(status);
+}
+
+Whose utlCreateOwnMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
+  std::vector<unsigned short> values = ones(count);  // before there is a set that a failure leaves
+  map(semget(key, count, IPC_CREAT | IPC_EXCL | permissions), key, count);
+  if (mapped.semid < 0) {
     const int os_error = errno;
-    if (semctl(semid, 0, IPC_RMID) != 0) mapped = {semid, key, count, nullptr};
-    return failed(status, MOX_SEM_OPERATION_FAILED, os_error, key, __LINE__);
+    fail(status, MOX_SEM_CREATE_FAILED, os_error, key);
+    return os_error == EEXIST ? Whose::STRANGERS : Whose::NOBODYS;
   }
-  mapped = {semid, key, count, nullptr};
-  return cleared(status);
+  if (set_all(mapped.semid, values)) {
+    clear(status);
+    return Whose::OURS;
+  }
+  fail(status, MOX_SEM_OPERATION_FAILED, errno, key);
+  if (semctl(mapped.semid, 0, IPC_RMID) != 0) return Whose::OURS;
+  utlUnmapMutex();
+  return Whose::NOBODYS;
 }
 
 int utlMapMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
-  mapped = {semget(key, count, permissions), key, count, nullptr};
-  if (mapped.semid < 0) return failed(status, MOX_SEM_CREATE_FAILED, errno, key, __LINE__);
-  return cleared(status);
+  map(semget(key, count, permissions), key, count);
+  if (mapped.semid < 0) return fail(status, MOX_SEM_CREATE_FAILED, errno, key);
+  return clear(status);
 }
 
 void utlMapKnownMutex(int semid, int key, int count) {
-  mapped = {semid, key, count, nullptr};
+  map(semid, key, count);
 }
 
 int utlMappedMutex() {
@@ -87,10 +128,10 @@ void utlUnmapMutex() {
 
 int utlRemoveMutex(Status* status) {
   if (semctl(mapped.semid, mapped.count, IPC_RMID) != 0) {
-    return failed(status, MOX_SEM_REMOVE_FAILED, errno, mapped.key, __LINE__);
+    return fail(status, MOX_SEM_REMOVE_FAILED, errno, mapped.key);
   }
   utlUnmapMutex();
-  return cleared(status);
+  return clear(status);
 }
 
 void utlInitMutex(MutexHandle* handle, MutexRecord* table) {
@@ -110,7 +151,7 @@ void utlClearMutex(MutexHandle* /*handle*/, pid_t pid) {
 }
 
 int uwtsem(Status* status, MutexRecord* mutex) {
-  if (mapped.semid < 0) return cleared(status);
+  if (mapped.semid < 0) return clear(status);
   if (change_by(status, *mutex, -1) != 0) return -1;
   mutex->who = getpid();
   ++mutex->hold_count;
@@ -118,7 +159,7 @@ int uwtsem(Status* status, MutexRecord* mutex) {
 }
 
 int urlsem(Status* status, MutexRecord* mutex) {
-  if (mapped.semid < 0 || mutex->who == 0) return cleared(status);
+  if (mapped.semid < 0 || mutex->who == 0) return clear(status);
   const pid_t self = getpid();
   if (mutex->who != self) {
     std::printf("pid %d mutex %d: mutex->who was %d\n", self, mutex->number, mutex->who);
@@ -129,17 +170,11 @@ int urlsem(Status* status, MutexRecord* mutex) {
 }
 
 int ucksem(Status* status, int* state, int* index) {
-  // The set may hold more semaphores than were asked for, and GETALL writes them all.
-  semid_ds set{};
+  std::vector<unsigned short> values(size_of_set(mapped.semid));
   semun into{};
-  into.buf = &set;
-  if (semctl(mapped.semid, 0, IPC_STAT, into) != 0) {
-    return failed(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key, __LINE__);
-  }
-  std::vector<unsigned short> values(set.sem_nsems);
   into.array = values.data();
-  if (semctl(mapped.semid, 0, GETALL, into) != 0) {
-    return failed(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key, __LINE__);
+  if (values.empty() || semctl(mapped.semid, 0, GETALL, into) != 0) {
+    return fail(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key);
   }
   *state = 0;
   *index = -1;
@@ -152,5 +187,5 @@ int ucksem(Status* status, int* state, int* index) {
       break;
     }
   }
-  return cleared(status);
+  return clear(status);
 }

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "common/base/whose.h"
 #include "errutils/statuss.h"
 
 // What callers keep for a set; neither read nor written here.
@@ -22,10 +23,14 @@ struct MutexRecord {
   std::int32_t number_again;
 };
 
-// Creates a set of `count` semaphores of value 1 that nobody else has. 0, or -1: 5520 from the
-// creation (EEXIST when the key is taken), 5521 from setting the values; a set is then mapped only
-// when it could not be removed again.
+// Creates a set of `count` semaphores, or finds the one that has the key, maps it and sets the
+// values of all its semaphores to 1. 0, or -1: 5520 from the creation, 5521 from setting the
+// values.
 int utlCreateMutex(Status* status, MutexHandle* handle, int key, int count);
+// The same for a set that nobody else has. After a failure, STRANGERS: the key is taken (5520,
+// EEXIST); OURS: the set was made, could not be removed again and is mapped; NOBODYS: there is
+// none.
+Whose utlCreateOwnMutex(Status* status, MutexHandle* handle, int key, int count);
 // Finds an existing set without creating one. 0, or -1: 5520.
 int utlMapMutex(Status* status, MutexHandle* handle, int key, int count);
 // Maps a set that the caller knows by its identifier. Cannot fail.

@@ -16,10 +16,10 @@ namespace resmgr {
 
 namespace {
 
-bool refuse(const char* name, Moxstatus_e number, int os_error) {
-  STATUS_SET(stat, SEV_SYSTEMERR, number, os_error);
-  addStatusParam(&stat, name);
-  emit_korv_error(HERE);
+bool refuse(const char* name, Moxstatus_e number, int os_error,
+            SourcePosition at = SourcePosition::here()) {
+  stat.set(SEV_SYSTEMERR, number, os_error, {name}, at);
+  emit_korv_error(at);
   return false;
 }
 

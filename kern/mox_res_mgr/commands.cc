@@ -53,7 +53,7 @@ outcome make(op& node, bool searching, undo_log& log) {
   }
   node.create(log);
   if (stat.failed()) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     return outcome::create_failed;
   }
   return outcome::made;

@@ -15,18 +15,18 @@ namespace resmgr {
 
 namespace {
 
-void fail(Moxstatus_e number) {
-  STATUS_SET(stat, SEV_SYSTEMERR, number, 0);
+void fail(Moxstatus_e number, SourcePosition at = SourcePosition::here()) {
+  stat.set(SEV_SYSTEMERR, number, 0, {}, at);
 }
 
-void fail(Moxstatus_e number, int os_error, const std::string& path) {
-  STATUS_SET(stat, SEV_SYSTEMERR, number, os_error);
-  addStatusParam(&stat, path.c_str());
+void fail(Moxstatus_e number, int os_error, const std::string& path,
+          SourcePosition at = SourcePosition::here()) {
+  stat.set(SEV_SYSTEMERR, number, os_error, {path}, at);
 }
 
-void fail_for_space(const std::string& path) {
+void fail_for_space(const std::string& path, SourcePosition at = SourcePosition::here()) {
   std::printf("Error: not enough space on physical device for %s\n", path.c_str());
-  fail(MOX_NO_SPACE_LEFT);
+  fail(MOX_NO_SPACE_LEFT, at);
 }
 
 }  // namespace
@@ -51,7 +51,7 @@ void device_res::create(undo_log& log) {
   } else {
     create_file(physical, space, log);
   }
-  if (stat.failed()) STATUS_TRACE(stat);
+  if (stat.failed()) pushTraceStatus(&stat);
 }
 
 std::uint64_t device_res::need() const {

@@ -16,12 +16,6 @@ namespace resmgr {
 
 namespace {
 
-void log_line(LogLevel level, const std::string& text) {
-  logmsg.start(level, HERE);
-  logmsg.txt((text + "\n").c_str());
-  logmsg.logg();
-}
-
 // The first line of a kernel setting, "?" where it cannot be read.
 std::string setting(const std::string& name) {
   std::ifstream file("/proc/sys/" + name);
@@ -78,21 +72,20 @@ std::string sets_or_semaphores() {
 void hint_at_segment_limit(std::uint32_t size, int os_error) {
   const std::string asked = "; asked for " + std::to_string(size) + " bytes";
   if (os_error == ENOSPC) {
-    log_line(LEVEL_WRN, "kernel limit met: " + segment_count_or_pages() + asked);
+    logLine(LEVEL_WRN, "kernel limit met: " + segment_count_or_pages() + asked);
   } else if (os_error == EINVAL) {
-    log_line(LEVEL_WRN,
-             "kernel limit met: kernel.shmmax=" + setting("kernel/shmmax") + " bytes" + asked);
+    logLine(LEVEL_WRN,
+            "kernel limit met: kernel.shmmax=" + setting("kernel/shmmax") + " bytes" + asked);
   } else if (os_error == ENOMEM) {
-    log_line(LEVEL_WRN,
-             "kernel limit met: vm.overcommit_memory=" + setting("vm/overcommit_memory") +
-                 ", CommitLimit " + memory_figure("CommitLimit") + " kB, in use now " +
-                 memory_figure("Committed_AS") + " kB" + asked);
+    logLine(LEVEL_WRN, "kernel limit met: vm.overcommit_memory=" + setting("vm/overcommit_memory") +
+                           ", CommitLimit " + memory_figure("CommitLimit") + " kB, in use now " +
+                           memory_figure("Committed_AS") + " kB" + asked);
   }
 }
 
 void hint_at_semaphore_limit(int os_error) {
   if (os_error != ENOSPC && os_error != EINVAL && os_error != ENOMEM) return;
-  log_line(LEVEL_WRN, "kernel limit met: " + sets_or_semaphores());
+  logLine(LEVEL_WRN, "kernel limit met: " + sets_or_semaphores());
 }
 
 void hint_at_segment_in_the_way(std::int32_t key) {
@@ -101,10 +94,10 @@ void hint_at_segment_in_the_way(std::int32_t key) {
   if (shmid < 0) return;
   // Asks for no read permission, and takes the identifier for its index in the kernel's table.
   if (shmctl(shmid, SHM_STAT_ANY, &segment) == shmid) {
-    log_line(LEVEL_WRN, "in the way: " + describe(key, shmid, segment));
+    logLine(LEVEL_WRN, "in the way: " + describe(key, shmid, segment));
   } else {
-    log_line(LEVEL_WRN, "in the way: segment with key " + std::to_string(key) + ": shmid " +
-                            std::to_string(shmid) + ", which this user may not read");
+    logLine(LEVEL_WRN, "in the way: segment with key " + std::to_string(key) + ": shmid " +
+                           std::to_string(shmid) + ", which this user may not read");
   }
 }
 
@@ -117,21 +110,21 @@ void hint_at_adopted_set(std::int32_t key, int semid) {
             std::to_string(set.sem_perm.cuid) + ", " + std::to_string(set.sem_nsems) +
             " semaphores";
   }
-  log_line(LEVEL_WRN, text);
+  logLine(LEVEL_WRN, text);
 }
 
 void hint_at_attached_segment(std::int32_t key, int shmid) {
   shmid_ds segment{};
   if (shmid < 0 || shmctl(shmid, IPC_STAT, &segment) != 0 || segment.shm_nattch == 0) return;
-  log_line(LEVEL_WRN,
-           "removed while in use, and gone with the last detach: " + describe(key, shmid, segment));
+  logLine(LEVEL_WRN,
+          "removed while in use, and gone with the last detach: " + describe(key, shmid, segment));
 }
 
 void warn_of_forced_removal() {
   if (setting("kernel/shm_rmid_forced") != "1") return;
-  log_line(LEVEL_WRN,
-           "kernel.shm_rmid_forced=1: the segments will vanish when this program ends, unless "
-           "somebody attaches them first");
+  logLine(LEVEL_WRN,
+          "kernel.shm_rmid_forced=1: the segments will vanish when this program ends, unless "
+          "somebody attaches them first");
 }
 
 }  // namespace resmgr

@@ -48,8 +48,7 @@ void ipc_res::create(undo_log& log) {
   initStatus_s(&stat);
   if (ipcbase == 0) {
     std::printf("Error: illegal key 0\n");
-    STATUS_SET(stat, SEV_SYSTEMERR, MOX_SHM_GET_FAILED, 0);
-    addStatusParam(&stat, "0");
+    stat.set(SEV_SYSTEMERR, MOX_SHM_GET_FAILED, 0, {"0"});
     return;
   }
   std::printf("checking ipcbase %d\n", ipcbase);
@@ -72,7 +71,7 @@ bool ipc_res::create_segment(unsigned offset, undo_log& log) {
   } else if (stat.number == MOX_SHM_GET_FAILED) {
     hint_at_segment_limit(size[offset], stat.os_error);
   }
-  STATUS_TRACE(stat);
+  pushTraceStatus(&stat);
   return false;
 }
 
@@ -89,14 +88,14 @@ void ipc_res::create_semaphores(undo_log& log) {
   // Only a set that is known to be absent is created.
   if (stat.os_error == ENOENT) {
     initStatus_s(&stat);
-    utlCreateMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
+    const Whose whose = utlCreateOwnMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
+    if (whose == Whose::OURS) entry.made(utlMappedMutex());
   }
-  if (utlMappedMutex() != -1) entry.made(utlMappedMutex());
   if (!stat.failed()) return;
   hint_at_semaphore_limit(stat.os_error);
-  emit_korv_error(HERE);
+  emit_korv_error();
   std::printf("Error: mutex creation failed\n");
-  STATUS_TRACE(stat);
+  pushTraceStatus(&stat);
 }
 
 bool ipc_res::search() {
@@ -135,14 +134,14 @@ void ipc_res::del() {
 void ipc_res::delete_semaphores() {
   utlMapMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
   if (stat.failed()) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     std::printf("Error: cannot attach to semaphore %d\n", key(SEMAPHORES));
     initStatus_s(&stat);
     return;
   }
   utlRemoveMutex(&stat);
   if (stat.failed()) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     std::printf("Error: delete of semaphore %d failed\n", key(SEMAPHORES));
     initStatus_s(&stat);
   }
@@ -156,7 +155,7 @@ void ipc_res::delete_segment(unsigned offset) {
   if (!stat.failed()) {
     hint_at_attached_segment(key(offset), shmid);
   } else if (!optional) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     std::printf("Error: delete of shared memory segment %d failed\n", key(offset));
   }
   initStatus_s(&stat);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "common/logger.h"
@@ -19,12 +20,9 @@ bool must_read = true;
 void report_unreadable(const char* what) {
   const int os_error = errno;
   std::printf("Error: get_shm_list failed while getting %s\n", what);
-  STATUS_SET(stat, SEV_SYSTEMERR, MOX_CANNOT_HAPPEN, 0);
-  logmsg.start(LEVEL_ERR, HERE);
-  logmsg.txt("listing the shared memory segments of the host failed: ");
-  logmsg.txt(std::strerror(os_error));
-  logmsg.txt("\n");
-  logmsg.logg();
+  stat.set(SEV_SYSTEMERR, MOX_CANNOT_HAPPEN, 0);
+  logLine(LEVEL_ERR, std::string("listing the shared memory segments of the host failed: ") +
+                         std::strerror(os_error));
 }
 
 }  // namespace

@@ -12,14 +12,14 @@ void op::create(undo_log& log) {
   initStatus_s(&stat);
   ipc.create(log);
   if (stat.failed()) {
-    STATUS_TRACE(stat);
+    pushTraceStatus(&stat);
     return;
   }
   std::printf("node-%u:ipcbase=%d\n", node, ipc.ipcbase);
   for (device_res& device : devices) {
     device.create(log);
     if (stat.failed()) {
-      STATUS_TRACE(stat);
+      pushTraceStatus(&stat);
       return;
     }
   }
@@ -30,7 +30,7 @@ void op::del() {
   if (ipc.ipcbase != 0 || devices.empty()) ipc.del();
   for (const device_res& device : devices) {
     if (!mox_unlink(device.path)) {
-      log_os_error("removing", device.path.c_str(), errno);
+      log_os_error("removing", device.path, errno);
       std::printf("Error: delete of file %s failed\n", device.path.c_str());
     }
   }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/base/printable.h"
 #include "common/logger.h"
 
 namespace resmgr {
@@ -19,7 +20,7 @@ const Dummy dummy;
 
 }  // namespace
 
-void emit_korv_error(const char* file, int line) {
+void emit_korv_error(SourcePosition at) {
   if (stat.number == MOX_NORMAL) return;
   std::printf("%s ERROR Error number %d severity %d %s", logmsgPrefix, stat.number, stat.severity,
               stat.getText());
@@ -27,29 +28,20 @@ void emit_korv_error(const char* file, int line) {
   std::printf("\n");
   std::fflush(stdout);
 
-  pushTraceStatus(&stat, file, line);
-  logmsg.start(LEVEL_INF, file, line);
+  pushTraceStatus(&stat, at);
+  logmsg.start(LEVEL_INF, at.file, at.line);
   stat.debug("emit_korv_error");
   logmsg.logg();
 }
 
-void log_os_error(const char* activity, const char* object, int os_error) {
-  logmsg.start(LEVEL_ERR, HERE);
-  logmsg.txt(activity);
-  logmsg.chr(' ');
-  // The logger refuses pieces that are longer than its messages.
-  logmsg.txt(object, static_cast<int>(strnlen(object, 1000)));
-  logmsg.txt(": ");
-  logmsg.txt(std::strerror(os_error));
-  logmsg.chr('\n');
-  logmsg.logg();
+void log_os_error(const std::string& activity, const std::string& object, int os_error,
+                  SourcePosition at) {
+  logLine(LEVEL_ERR, activity + " " + printable(object) + ": " + std::strerror(os_error), at);
 }
 
 bool output_written() {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
-  logmsg.start(LEVEL_ERR, HERE);
-  logmsg.txt("standard output could not be written, a part of the reports is lost\n");
-  logmsg.logg();
+  logLine(LEVEL_ERR, "standard output could not be written, a part of the reports is lost");
   return false;
 }
 

@@ -2,6 +2,9 @@
 // standard output, and the fatal end of a run.
 #pragma once
 
+#include <string>
+
+#include "common/base/sourceposition.h"
 #include "errutils/statuss.h"
 
 namespace resmgr {
@@ -10,14 +13,13 @@ namespace resmgr {
 // that the operation failed.
 extern Status stat;
 
-// The position of a report, for the trace.
-#define HERE __FILE__, __LINE__
-
-// Prints the error block of `stat` and logs it at level INF; does nothing while its number is 0.
-void emit_korv_error(const char* file, int line);
+// Prints the error block of `stat` and logs it at level INF, with the caller's position on the
+// trace; does nothing while its number is 0.
+void emit_korv_error(SourcePosition at = SourcePosition::here());
 
 // Logs a failed call of the system that no status carries: "removing /a/b: Permission denied".
-void log_os_error(const char* activity, const char* object, int os_error);
+void log_os_error(const std::string& activity, const std::string& object, int os_error,
+                  SourcePosition at = SourcePosition::here());
 
 // Prints "abnormal termination, exit(1)" and ends the process with status 1.
 [[noreturn]] void crash();

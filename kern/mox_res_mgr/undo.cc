@@ -25,14 +25,14 @@ void shm_undo_op::undo() {
   if (segid_ != -1) {
     sharedDetach(address_, stat);
     if (stat.failed()) {
-      emit_korv_error(HERE);
+      emit_korv_error();
       std::printf("Error: detach of shared memory segment key %d segid %d failed\n", key_, segid_);
       initStatus_s(&stat);
     }
   }
   sharedRemoveOwned(key_, segid_, stat);
   if (stat.failed()) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     std::printf("Error: delete of shared memory segment %d failed\n", key_);
     initStatus_s(&stat);
   } else {
@@ -48,14 +48,13 @@ void sem_undo_op::undo() {
   const int present = utlMappedMutex();
   if (present != -1 && present != semid_) {
     // The key belongs to somebody else's set by now.
-    STATUS_SET(stat, SEV_ERROR, MOX_SEM_REMOVE_FAILED, EIDRM);
-    addStatusParam(&stat, std::to_string(key_).c_str());
+    stat.set(SEV_ERROR, MOX_SEM_REMOVE_FAILED, EIDRM, {key_});
     utlUnmapMutex();
   } else {
     utlRemoveMutex(&stat);
   }
   if (stat.failed()) {
-    emit_korv_error(HERE);
+    emit_korv_error();
     std::printf("Error: delete of semaphores with %d failed\n", key_);
     initStatus_s(&stat);
   }
@@ -64,8 +63,8 @@ void sem_undo_op::undo() {
 void device_undo_op::undo() {
   std::printf("removing file %s\n", path_.c_str());
   if (!mox_unlink(file_)) {
-    log_os_error("removing", file_.c_str(), errno);
-    emit_korv_error(HERE);
+    log_os_error("removing", file_, errno);
+    emit_korv_error();
     std::printf("Error: undo of device %s create failed\n", path_.c_str());
     initStatus_s(&stat);
   }

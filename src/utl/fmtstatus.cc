@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/base/printable.h"
 #include "src/utl/messages.h"
 
 char status_prefix[8] = "KORV";
@@ -66,7 +67,7 @@ void append_message(const Status& status, BoundedText& text) {
     if (message[i] == '%' && next >= '1' && next <= '9') {
       const auto index = static_cast<std::size_t>(next - '1');
       if (index < params.size()) {
-        text.append(params[index]);
+        text.append(printable(params[index]));
         used[index] = true;
       }
       ++i;
@@ -78,7 +79,7 @@ void append_message(const Status& status, BoundedText& text) {
     }
   }
   for (std::size_t i = 0; i < params.size(); ++i) {
-    if (!used[i]) text.append(std::string(" ").append(params[i]));
+    if (!used[i]) text.append(" " + printable(params[i]));
   }
 }
 
