@@ -8,9 +8,9 @@
 #include <climits>
 #include <utility>
 
-namespace {
+#include "common/base/links.h"
 
-constexpr int max_links = 40;
+namespace {
 
 class Descriptor {
  public:
