@@ -9,9 +9,9 @@
 
 #include "common/base/descriptor.h"
 
-namespace {
+#include "common/base/links.h"
 
-constexpr int max_links = 40;
+namespace {
 
 int open_start(const std::string& path) {
   return ::open(path.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "kern/blockstamp.h"
+#include "kern/device/blockstamp.h"
 #include "kern/devinit/headerreport.h"
-#include "kern/diskinfo.h"
+#include "kern/device/diskinfo.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < DiskInfo::encoded_size) return 0;
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto layout = static_cast<std::size_t>(block - data);
   if (std::memcmp(encoded.data(), data, layout) != 0) std::abort();
 
-  const std::uint32_t bytes = BlockStamp::min_block_size;
+  const std::uint32_t bytes = DiskInfo::min_block_size;
   for (std::uint64_t position = 0; block + bytes <= data + size; ++position, block += bytes) {
     judge_stamp(read_stamp(block, bytes), info, position);
   }

@@ -1,5 +1,5 @@
 // Device paths: their space, their links, and the opens that create and empty.
-#include "kern/devicefile.h"
+#include "kern/device/devicefile.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,9 +7,11 @@
 
 #include <filesystem>
 
-#include "kern/devicepath.h"
-#include "kern/devicespace.h"
-#include "kern/initstate.h"
+#include "kern/device/devicepath.h"
+#include "kern/device/devicespace.h"
+#include "kern/device/settings.h"
+#include "kern/devinit/runstate.h"
+#include "kern/devinit/target.h"
 #include "tests/support/sandbox.h"
 
 namespace {

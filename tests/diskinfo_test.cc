@@ -1,11 +1,11 @@
 // The bytes of the info header, the geometry that it fixes, and the judgement of block stamps.
-#include "kern/diskinfo.h"
+#include "kern/device/diskinfo.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "kern/blockstamp.h"
+#include "kern/device/blockstamp.h"
 
 namespace {
 

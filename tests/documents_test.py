@@ -166,7 +166,7 @@ class Documents(unittest.TestCase):
 
         manager = source("kern/mox_res_mgr/*.cc", "common/sharedmem.cc", "utl/semops.cc")
         reader = source("common/scanconf.cc", "common/variable*.cc", "common/logconfig.cc")
-        writer = source("kern/devinit/*.cc", "kern/device*.cc")
+        writer = source("kern/devinit/*.cc", "kern/device/*.cc")
         reports = "(?:Error: |abnormal|checking|create|removing)"
         for name, found in (
                 ("mox_res_mgr.8", texts(manager, rf'printf\((?="{reports})')),

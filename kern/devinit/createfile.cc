@@ -9,18 +9,17 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "kern/devicefile.h"
-#include "kern/devicepath.h"
-#include "kern/devicespace.h"
-#include "kern/devinit/checkpoint.h"
+#include "kern/device/devicefile.h"
+#include "kern/device/devicepath.h"
+#include "kern/device/settings.h"
 #include "kern/devinit/headerreport.h"
+#include "kern/devinit/runstate.h"
+#include "kern/devinit/target.h"
 #include "kern/devinit/writeblocks.h"
-#include "kern/initstate.h"
 
 namespace {
 
 constexpr std::uint32_t guard_word = 0xaaaa;
-constexpr unsigned older_region_size = DiskInfo::older_data_offset;
 
 DiskInfo requested_header(const Options& options) {
   return {options.file,
@@ -69,10 +68,11 @@ void open_device(const char* path) {
 }
 
 void write_header(DirectFile& file, const DiskInfo& info, unsigned char* region) {
-  std::fill_n(region, header_region_size, static_cast<unsigned char>(0));
+  std::fill_n(region, DiskInfo::current_header_region, static_cast<unsigned char>(0));
   info.put(region);
-  const ssize_t written = file.write(region, header_region_size, DiskInfo::current_header_offset);
-  if (written != header_region_size) crashwriting(errno);
+  const ssize_t written =
+      file.write(region, DiskInfo::current_header_region, DiskInfo::current_header_offset);
+  if (written != DiskInfo::current_header_region) crashwriting(errno);
 }
 
 void read_region(DirectFile& file, unsigned char* region, unsigned size, std::uint64_t offset) {
@@ -86,7 +86,7 @@ void read_region(DirectFile& file, unsigned char* region, unsigned size, std::ui
 
 void judge_found_header(DirectFile& file, unsigned char* region, DiskInfo& info) {
   if (info.signature != DiskInfo::current_signature) {
-    read_region(file, region, older_region_size, DiskInfo::older_header_offset);
+    read_region(file, region, DiskInfo::older_header_region, DiskInfo::older_header_offset);
     info.get(region);
     std::printf("%s\n", info.signature == DiskInfo::older_signature
                             ? "Pre V4.2 version header detected"
@@ -112,14 +112,14 @@ DirectFile create_file(const Options& options, unsigned char* region, DiskInfo& 
   open_device(options.file);
   DirectFile file(clean_fd);
   if (readVerify == 0) write_header(file, info, region);
-  read_region(file, region, header_region_size, DiskInfo::current_header_offset);
+  read_region(file, region, DiskInfo::current_header_region, DiskInfo::current_header_offset);
   info.get(region);
   if (readVerify != 0) {
     judge_found_header(file, region, info);
   } else if (info.flip != info.flop) {
     devinit_fail("fileInfo.flip != fileInfo.flop");
   }
-  // A device may also swallow the header, and give back anything.
+  // /dev/zero accepts the header and returns zeros.
   refuse_impossible_geometry(info);
   info.bitmap_switch = 1;  // stored as 0, yet every data device has its bitmap
   return file;

@@ -9,20 +9,16 @@
 #include <new>
 
 #include "common/interrupt.h"
-#include "kern/devicefile.h"
-#include "kern/devinit/checkpoint.h"
+#include "kern/device/settings.h"
 #include "kern/devinit/createfile.h"
 #include "kern/devinit/memory.h"
 #include "kern/devinit/options.h"
 #include "kern/devinit/readblocks.h"
+#include "kern/devinit/runstate.h"
+#include "kern/devinit/target.h"
 #include "kern/devinit/writeblocks.h"
-#include "kern/initstate.h"
 
 namespace {
-
-std::uint64_t bitmap_offset(const DiskInfo& info) {
-  return info.data_blocks_offset + info.data_block_count() * info.block_size;
-}
 
 void announce(const Options& options) {
   if (readVerify != 0) {
@@ -36,7 +32,7 @@ void announce(const Options& options) {
 // Finds out that a device is too small before hours of writing do.
 void try_last_data_block(DirectFile& file, const DiskInfo& info, const unsigned char* pattern) {
   if (info.data_block_count() == 0) return;
-  const std::uint64_t offset = bitmap_offset(info) - info.block_size;
+  const std::uint64_t offset = info.bitmap_offset() - info.block_size;
   const ssize_t written = file.write(pattern, info.block_size, static_cast<long long>(offset));
   const int error = errno;
   if (written == info.block_size) return;
@@ -52,7 +48,7 @@ void read_bitmap_part(DirectFile& file, unsigned char* to, std::uint64_t bytes,
 }
 
 Memory read_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
-  const std::uint64_t start = bitmap_offset(info);
+  const std::uint64_t start = info.bitmap_offset();
   const std::uint64_t bytes = info.bitmap_block_count() * info.block_size;
   std::printf("Reading %" PRIu64 " bitmap blocks\n\n", info.bitmap_block_count());
   // No memory for a bitmap that the device does not hold to its end.
@@ -82,7 +78,7 @@ void write_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffe
   std::printf("Writing %" PRIu64 " bitmap blocks\n", info.bitmap_block_count());
   std::fill_n(buffers.data(), IoBuffers::chunk_size, static_cast<unsigned char>(0));
   write_blocks(file, buffers.data(), info.bitmap_block_count(), info.block_size,
-               bitmap_offset(info));
+               info.bitmap_offset());
 }
 
 void initialize(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "kern/initstate.h"
-#include "kern/transfer.h"
+#include "kern/device/transfer.h"
+#include "kern/devinit/runstate.h"
 
 DirectFile::DirectFile(int fd) : fd_(fd), wanted_(nodio == 0) {
 #ifdef STATX_DIOALIGN

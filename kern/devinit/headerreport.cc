@@ -4,8 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "kern/blockstamp.h"
-#include "kern/initstate.h"
+#include "kern/devinit/runstate.h"
 
 namespace {
 
@@ -55,9 +54,6 @@ void report_header(const DiskInfo& info) {
 }
 
 void refuse_impossible_geometry(const DiskInfo& info) {
-  if (info.block_size < BlockStamp::min_block_size || info.block_size % 4 != 0) {
-    devinit_fail("Illegal block size");
-  }
-  const std::uint64_t bytes = std::uint64_t{info.blocks} * info.block_size;
-  if (info.data_blocks_offset > INT64_MAX - bytes) devinit_fail("Illegal data blocks offset");
+  if (!info.has_possible_block_size()) devinit_fail("Illegal block size");
+  if (!info.has_possible_offsets()) devinit_fail("Illegal data blocks offset");
 }

@@ -1,7 +1,7 @@
 // What a verification says about the info header that it found.
 #pragma once
 
-#include "kern/diskinfo.h"
+#include "kern/device/diskinfo.h"
 
 // Complaints about guard words, then the report of every field. `info` may hold whatever was read.
 void report_header(const DiskInfo& info);

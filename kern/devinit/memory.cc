@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "kern/initstate.h"
+#include "kern/devinit/runstate.h"
 
 namespace {
 

@@ -8,7 +8,8 @@
 #include <cstdlib>
 
 #include "common/releaseinfo.h"
-#include "kern/initstate.h"
+#include "kern/device/settings.h"
+#include "kern/devinit/runstate.h"
 
 namespace {
 

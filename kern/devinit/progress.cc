@@ -3,17 +3,15 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "kern/initstate.h"
+#include "kern/devinit/runstate.h"
 
-namespace {
-
-constexpr int chunks_per_line = 64;
-
-}  // namespace
+void print_line_head(std::uint64_t first_block) {
+  std::printf("\n%8" PRIu64 " ", first_block);
+}
 
 void Progress::begin_chunk(std::uint64_t first_block) {
   if (!shown_ || column_ % chunks_per_line != 0) return;
-  std::printf("\n%8" PRIu64 " ", first_block);
+  print_line_head(first_block);
   column_ = 0;
   interrupted_ = false;
 }

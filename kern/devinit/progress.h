@@ -1,8 +1,13 @@
-// The progress of reading: lines of 64 characters, one a chunk, each headed by the number of its
-// first block. Lines about single blocks may interrupt it; from verbosity 3 they replace it.
+// The progress of a pass: lines of 64 characters, one a chunk, each headed by the number of its
+// first block. Lines about single blocks may interrupt that of reading; from verbosity 3 they
+// replace it.
 #pragma once
 
 #include <cstdint>
+
+constexpr int chunks_per_line = 64;
+
+void print_line_head(std::uint64_t first_block);
 
 class Progress {
  public:

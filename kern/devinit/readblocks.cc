@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "kern/blockstamp.h"
-#include "kern/devinit/checkpoint.h"
+#include "kern/device/blockstamp.h"
+#include "kern/device/settings.h"
 #include "kern/devinit/progress.h"
-#include "kern/initstate.h"
+#include "kern/devinit/runstate.h"
 
 namespace {
 
@@ -81,7 +81,7 @@ class Verifier {
   void judge_block(std::uint64_t number, const unsigned char* block) {
     const BlockStamp stamp = read_stamp(block, info_.block_size);
     const BlockState state = judge_stamp(stamp, info_, number);
-    const bool cached = bitmap_ != nullptr && (bitmap_[number / 8] >> (number % 8) & 1) != 0;
+    const bool cached = bitmap_ != nullptr && is_cached(bitmap_, number);
     if (info_.is_data_device()) {
       counts_.initialized += state != BlockState::UNUSED;
       counts_.bad += state == BlockState::CORRUPT;

@@ -1,9 +1,9 @@
 // Reads every data block back: to compare it with what was just written, or to judge its stamp.
 #pragma once
 
+#include "kern/device/diskinfo.h"
 #include "kern/devinit/directfile.h"
 #include "kern/devinit/memory.h"
-#include "kern/diskinfo.h"
 
 // Ends the run in an error at the first difference from the pattern.
 void compare_data_blocks(DirectFile& file, const IoBuffers& buffers, const DiskInfo& info);

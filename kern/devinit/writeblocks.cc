@@ -2,19 +2,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "kern/devinit/checkpoint.h"
+#include "kern/device/settings.h"
 #include "kern/devinit/memory.h"
-#include "kern/initstate.h"
+#include "kern/devinit/progress.h"
+#include "kern/devinit/runstate.h"
 
 namespace {
 
 constexpr const char* bytesuffixes[] = {"B", "KB", "MB", "GB"};
-constexpr unsigned chunks_per_line = 64;
 
 std::string scaled(std::uint64_t bytes) {
   int scale = 0;
@@ -32,10 +31,6 @@ void write_chunk(DirectFile& file, const unsigned char* chunk, unsigned bytes,
 
 bool is_time_to_sync(std::uint64_t chunks) {
   return syncsz > 0 && chunks % static_cast<unsigned>(syncsz) == 0;
-}
-
-void print_line_head(std::uint64_t block) {
-  std::printf("\n%8" PRIu64 " ", block);
 }
 
 }  // namespace

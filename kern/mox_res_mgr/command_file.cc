@@ -9,7 +9,7 @@
 #include <cstring>
 #include <limits>
 
-#include "kern/devicefile.h"
+#include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {

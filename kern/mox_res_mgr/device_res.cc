@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "kern/devicefile.h"
-#include "kern/devicepath.h"
-#include "kern/devicespace.h"
+#include "kern/device/devicefile.h"
+#include "kern/device/devicepath.h"
+#include "kern/device/devicespace.h"
 #include "kern/mox_res_mgr/phys_device.h"
 #include "kern/mox_res_mgr/report.h"
 

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "kern/devicefile.h"
+#include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {

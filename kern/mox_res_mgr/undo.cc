@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "common/sharedmem.h"
-#include "kern/devicefile.h"
+#include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
 #include "kern/mox_res_mgr/mutex_handle.h"
 #include "kern/mox_res_mgr/report.h"

@@ -1,6 +1,6 @@
-#include "kern/blockstamp.h"
+#include "kern/device/blockstamp.h"
 
-#include "kern/bigendian.h"
+#include "kern/device/bigendian.h"
 
 namespace {
 

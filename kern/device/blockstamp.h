@@ -4,11 +4,9 @@
 
 #include <cstdint>
 
-#include "kern/diskinfo.h"
+#include "kern/device/diskinfo.h"
 
 struct BlockStamp {
-  static constexpr std::uint32_t min_block_size = 12;  // bytes that a stamp needs
-
   std::uint32_t flip;
   std::uint8_t device_number;
   std::uint32_t block_id;  // the low 24 bits of the block's number
@@ -17,7 +15,7 @@ struct BlockStamp {
 
 enum class BlockState { UNUSED, VERIFIED, CORRUPT };
 
-// `block_size` is at least min_block_size.
+// `block_size` is at least DiskInfo::min_block_size.
 BlockStamp read_stamp(const unsigned char* block, std::uint32_t block_size);
 
 // `position` is the number of the data block on the device of `info`.

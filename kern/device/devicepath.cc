@@ -1,15 +1,11 @@
-#include "kern/devicepath.h"
+#include "kern/device/devicepath.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 
-namespace {
-
-constexpr int max_links = 40;  // as many as the kernel follows
-
-}  // namespace
+#include "common/base/links.h"
 
 std::string resolve_symlink(const std::string& path, int& error) {
   std::string at = path;

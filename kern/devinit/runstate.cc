@@ -1,4 +1,4 @@
-#include "kern/initstate.h"
+#include "kern/devinit/runstate.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,17 +8,18 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/interrupt.h"
+#include "kern/device/settings.h"
+
 std::string clean_name;
 int clean_fd = -1;
-int syncsz = 32;
 int nodio = 0;
-int readVerify = 0;
 std::uint64_t devwritten = 0;
 std::uint64_t totdevsize = 0;
 
 namespace {
 
-// What is left behind is told by its name.
+// Names the file when it cannot be removed.
 void remove_unfinished_file() {
   struct stat opened {};
   struct stat named {};
@@ -41,6 +42,13 @@ void cleanup() {
   close(clean_fd);  // the error that led here has been told; one more would say nothing new
   clean_fd = -1;
   clean_name.clear();
+}
+
+void checkpoint() {
+  const int signal = pendingInterrupt();
+  if (signal == 0) return;
+  cleanup();
+  dieOfSignal(signal);
 }
 
 void flush_report() {

@@ -15,9 +15,6 @@ int device_open_flags();
 // that says why the kind of file cannot.
 int unusable_kind(mode_t mode);
 
-// True for a character or block device. Ends the process with status 1 when the path has no status.
-bool is_device(const std::string& path);
-
 // Both open and close the path with device_open_flags() and never wait for a FIFO or a line.
 // `error` is the errno, 0 on success. A file that is created has mode 0600; through a dangling
 // symbolic link, it stands at resolve_symlink(path). mox_test_open_file is for a path that exists.

@@ -12,6 +12,11 @@ constexpr std::uint64_t bitmap_blocks(std::uint64_t blocks, std::uint32_t block_
   return (blocks + bits) / (bits + 1);
 }
 
+// Whether the bitmap tells that the database has this data block in its cache.
+inline bool is_cached(const unsigned char* bitmap, std::uint64_t block) {
+  return (bitmap[block / 8] >> (block % 8) & 1) != 0;
+}
+
 struct DiskInfo {
   static constexpr std::int32_t current_signature = 31415928;
   static constexpr std::int32_t older_signature = 31415927;
@@ -19,8 +24,11 @@ struct DiskInfo {
   static constexpr std::size_t encoded_size = 316;  // of the current layout
   static constexpr std::uint64_t current_header_offset = 8192;
   static constexpr std::uint64_t current_data_offset = 12288;
+  static constexpr unsigned current_header_region = current_data_offset - current_header_offset;
   static constexpr std::uint64_t older_header_offset = 0;
   static constexpr std::uint64_t older_data_offset = 2048;
+  static constexpr unsigned older_header_region = older_data_offset - older_header_offset;
+  static constexpr std::uint32_t min_block_size = 12;  // bytes that the stamp of a block needs
 
   std::uint32_t blocks = 0;  // data and bitmap blocks; not stored
   std::uint32_t unstored_a = 1;
@@ -56,6 +64,12 @@ struct DiskInfo {
   bool is_data_device() const { return device_type == 0; }
   std::uint64_t bitmap_block_count() const;
   std::uint64_t data_block_count() const { return blocks - bitmap_block_count(); }
+  // Where the bitmap begins: behind the data blocks, in bytes.
+  std::uint64_t bitmap_offset() const;
+  // A header that was read may hold any figures. Whether its blocks can carry stamps; whether all
+  // blocks lie at offsets below 2^63.
+  bool has_possible_block_size() const;
+  bool has_possible_offsets() const;
   // The creation time in tenths of a second, modulo 2^32: what every written block carries.
   std::uint32_t timestamp_hash() const;
 };

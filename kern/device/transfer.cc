@@ -1,4 +1,4 @@
-#include "kern/transfer.h"
+#include "kern/device/transfer.h"
 
 #include <unistd.h>
 

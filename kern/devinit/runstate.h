@@ -1,6 +1,5 @@
-// What a run of the device initialiser knows about itself, and how it ends on an error. The
-// functions on device paths read these settings too; programs that do not initialise devices leave
-// them at their defaults.
+// What a run of the device initialiser knows about itself, and how it ends before its
+// time: by an error or an interrupt.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +7,17 @@
 
 extern std::string clean_name;    // the file being written, to be removed on an error
 extern int clean_fd;              // to be closed on an error; -1: none
-extern int syncsz;                // MiB between two fdatasync; -1: synchronous writes instead
 extern int nodio;                 // 1: no direct I/O
-extern int readVerify;            // 0: initialise; otherwise verify, with this verbosity
 extern std::uint64_t devwritten;  // bytes of blocks written so far
 extern std::uint64_t totdevsize;  // bytes of blocks to be written in all
 
 // Closes clean_fd. Unless verifying, also removes clean_name if that still is the regular file
 // which was open there: device nodes and strangers' files stay.
 void cleanup();
+
+// Where an interrupt ends a run: before anything is created, between two transfers, and at the end.
+// After a signal it cleans up and dies of it, without waiting for the reader of the report.
+void checkpoint();
 
 // Shows what was printed so far. A report that is lost is an error at the end of the run, not here.
 void flush_report();

@@ -1,8 +1,8 @@
-#include "kern/diskinfo.h"
+#include "kern/device/diskinfo.h"
 
 #include <cstring>
 
-#include "kern/bigendian.h"
+#include "kern/device/bigendian.h"
 
 namespace {
 
@@ -102,6 +102,19 @@ const unsigned char* DiskInfo::get(const unsigned char* buffer) {
 
 std::uint64_t DiskInfo::bitmap_block_count() const {
   return is_data_device() && bitmap_switch != 0 ? bitmap_blocks(blocks, block_size) : 0;
+}
+
+std::uint64_t DiskInfo::bitmap_offset() const {
+  return data_blocks_offset + data_block_count() * block_size;
+}
+
+bool DiskInfo::has_possible_block_size() const {
+  return block_size >= min_block_size && block_size % 4 == 0;
+}
+
+bool DiskInfo::has_possible_offsets() const {
+  const std::uint64_t bytes = std::uint64_t{blocks} * block_size;
+  return data_blocks_offset <= INT64_MAX - bytes;
 }
 
 std::uint32_t DiskInfo::timestamp_hash() const {

@@ -1,4 +1,4 @@
-#include "kern/devicefile.h"
+#include "kern/device/devicefile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "kern/initstate.h"
+#include "kern/device/settings.h"
 
 namespace {
 
@@ -31,12 +31,6 @@ int device_open_flags() {
 int unusable_kind(mode_t mode) {
   if (S_ISREG(mode) || S_ISCHR(mode) || S_ISBLK(mode)) return 0;
   return S_ISDIR(mode) ? EISDIR : ENOTSUP;
-}
-
-bool is_device(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) devinit_fail("Cannot stat");
-  return S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
 bool mox_create_file(const std::string& path, int& error, int extra_flags) {
