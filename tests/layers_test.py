@@ -1,0 +1,61 @@
+#!/usr/bin/env python3
+"""The README's picture of the folders, held against the includes: they point downwards only."""
+import re
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+INCLUDE = re.compile(r'^#include "([^"]+)"', re.M)
+
+
+def floors():
+    """Folder -> number of its line in the picture, the top one first."""
+    picture = re.search(r"^Includes point downwards only.*?\n\n((?:    [^\n]+\n)+)",
+                        (ROOT / "README.md").read_text(), re.M | re.S).group(1)
+    return {folder: number for number, line in enumerate(picture.splitlines())
+            for folder in re.findall(r"[a-z_/]+/(?=\s)", line + " ")}
+
+
+def includes():
+    """(including file, included file), both as paths from the root."""
+    for folder in ("kern", "common", "utl", "src", "errutils"):
+        for path in sorted((ROOT / folder).rglob("*.[ch]*")):
+            for name in INCLUDE.findall(path.read_text()):
+                yield str(path.relative_to(ROOT)), name
+
+
+class Layers(unittest.TestCase):
+    def test_includes_point_downwards(self):
+        floor_of = floors()
+
+        def folder_of(name):
+            folders = [folder for folder in floor_of if name.startswith(folder)]
+            self.assertTrue(folders, f"{name} lies in no folder of the picture")
+            return max(folders, key=len)
+
+        for user, used in includes():
+            with self.subTest(f"{user} includes {used}"):
+                above, below = folder_of(user), folder_of(used)
+                self.assertTrue(above == below or floor_of[above] < floor_of[below])
+
+    def test_no_files_include_each_other_in_a_ring(self):
+        uses = {}
+        for user, used in includes():
+            stem, other = user.rsplit(".", 1)[0], used.rsplit(".", 1)[0]
+            if stem != other:
+                uses.setdefault(stem, set()).add(other)
+        finished = set()
+
+        def visit(stem, way):
+            self.assertNotIn(stem, way, f"a ring: {' -> '.join(way + [stem])}")
+            if stem not in finished:
+                for other in uses.get(stem, ()):
+                    visit(other, way + [stem])
+                finished.add(stem)
+
+        for stem in list(uses):
+            visit(stem, [])
+
+
+if __name__ == "__main__":
+    unittest.main()
