@@ -16,9 +16,7 @@ void parse_nodes(benchmark::State& state) {
             ", databuf=1048576, tlogbuf=65536, evbuf=4096";
   }
   for (auto _ : state) {
-    resmgr::in_buf = text;
-    resmgr::tok_pos = 0;
-    resmgr::lookahead = resmgr::gettoken();
+    resmgr::start_lexer(text);
     benchmark::DoNotOptimize(resmgr::create_operands());
   }
   state.counters["per_node"] =

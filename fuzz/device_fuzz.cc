@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "kern/device/blockstamp.h"
-#include "kern/devinit/headerreport.h"
 #include "kern/device/diskinfo.h"
+#include "kern/devinit/headerreport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < DiskInfo::encoded_size) return 0;

@@ -6,24 +6,15 @@
 #include <string>
 #include <utility>
 
-#include "tests/support/throwing_crash.h"
-
 namespace resmgr {
 namespace {
 
-void begin(const std::string& text) {
-  in_buf = text;
-  tok_pos = 0;
-  tok_buf = err_buf = "";
-}
-
 std::string tokens(const std::string& text) {
-  begin(text);
   std::string result;
-  for (token kind = gettoken(); kind != T_EOF; kind = gettoken()) {
+  for (start_lexer(text); lookahead != T_EOF; lookahead = gettoken()) {
     if (!result.empty()) result += ' ';
-    result += token_name(kind);
-    if (kind == T_INT || kind == T_STRING) result += "(" + tok_buf + ")";
+    result += token_name(lookahead);
+    if (lookahead == T_INT || lookahead == T_STRING) result += "(" + tok_buf + ")";
   }
   return result;
 }
@@ -67,11 +58,11 @@ TEST(Lexer, ReadsPathsAsTheyStand) {
       {"", T_STRING, "=", ""},
   };
   for (const auto& c : cases) {
-    begin(c.text);
-    tok_buf = "=";
-    EXPECT_EQ(getstring(), c.kind) << c.text;
-    EXPECT_EQ(tok_buf, c.path) << c.text;
-    EXPECT_EQ(in_buf.substr(tok_pos), c.rest) << c.text;
+    SCOPED_TRACE(c.text);
+    start_lexer(std::string("=") + c.text);
+    EXPECT_EQ(getstring(), c.kind);
+    EXPECT_EQ(tok_buf, c.path);
+    EXPECT_EQ(in_buf.substr(tok_pos), c.rest);
   }
 }
 

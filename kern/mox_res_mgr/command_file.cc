@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -36,7 +35,7 @@ bool read_text(const char* name, int file, std::string& text) {
   if (count != size) return refuse(name, MOX_READ_FAILED, errno);
   // The words behind a zero byte would be lost without a word.
   if (text.find('\0') != std::string::npos) {
-    std::printf("Error: command file %s holds a zero byte\n", name);
+    say("Error: command file %s holds a zero byte\n", name);
     return false;
   }
   return true;

@@ -1,10 +1,10 @@
 #include "kern/mox_res_mgr/commands.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "common/interrupt.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
@@ -42,13 +42,13 @@ request read_request(token command, op_list (*parse)()) {
 
 bool interrupted() {
   const int signal = pendingInterrupt();
-  if (signal != 0) std::printf("Error: interrupted by signal %d\n", signal);
+  if (signal != 0) say("Error: interrupted by signal %d\n", signal);
   return signal != 0;
 }
 
 outcome make(op& node, bool searching, undo_log& log) {
   if (searching && !node.search()) {
-    std::printf("Error: search failed\n");
+    say("Error: search failed\n");
     return outcome::search_failed;
   }
   node.create(log);
@@ -63,7 +63,7 @@ outcome make(op& node, bool searching, undo_log& log) {
 // is done; one that comes behind the last node's check finds the command complete.
 outcome make_all(request& wanted, undo_log& log) {
   if (const int os_error = holdInterrupts(); os_error != 0) {
-    std::printf("Error: signals cannot be held: %s\n", std::strerror(os_error));
+    say("Error: signals cannot be held: %s\n", std::strerror(os_error));
     return outcome::create_failed;
   }
   try {
@@ -73,7 +73,7 @@ outcome make_all(request& wanted, undo_log& log) {
       if (result != outcome::made) return result;
     }
   } catch (const std::bad_alloc&) {
-    std::printf("Error: out of memory\n");
+    say("Error: out of memory\n");
     return outcome::create_failed;
   }
   return outcome::made;
@@ -93,7 +93,7 @@ void create_cmd() {
   undo_log log;
   const outcome result = make_all(wanted, log);
   if (result == outcome::made) return;
-  std::printf("Error: create failed, removing %zu elements\n", log.size());
+  say("Error: create failed, removing %zu elements\n", log.size());
   replay(log);
   end_if_interrupted(result);
   crash();
@@ -103,7 +103,7 @@ void check_cmd() {
   request wanted = read_request(T_CHECK, operands);
   undo_log log;
   const outcome result = make_all(wanted, log);
-  if (result == outcome::create_failed) std::printf("Error: check failed\n");
+  if (result == outcome::create_failed) say("Error: check failed\n");
   replay(log);
   end_if_interrupted(result);
 }
@@ -118,17 +118,18 @@ void search_check(const op_list& ops) {
   std::string message;
   for (const op& node : ops) {
     if (node.search_ok(message)) continue;
-    std::printf("Error: %s\n", message.c_str());
+    say("Error: %s\n", message.c_str());
     crash();
   }
 }
 
 void execute(int count, char** words) {
+  std::string text;
   for (int i = 0; i < count; ++i) {
-    in_buf += ' ';
-    in_buf += words[i];
+    text += ' ';
+    text += words[i];
   }
-  lookahead = gettoken();
+  start_lexer(std::move(text));
   switch (lookahead) {
     case T_CREATE:
       create_cmd();

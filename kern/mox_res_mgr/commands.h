@@ -6,9 +6,9 @@
 
 namespace resmgr {
 
-// Runs the command that the words make up. Returns when it ran to its end; a syntax error, a
-// refused
-// "--search", a failed CREATE or a lost report of a CHECK or DELETE end the process with status 1.
+// Runs the command that the words make up. Returns when it ran to its end. Throws a syntax_error
+// before anything is touched; a refused "--search", a failed CREATE or a lost report of a CHECK or
+// DELETE end the process with status 1.
 void execute(int count, char** words);
 
 void create_cmd();

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "kern/device/devicefile.h"
 #include "kern/device/devicepath.h"
@@ -25,7 +24,7 @@ void fail(Moxstatus_e number, int os_error, const std::string& path,
 }
 
 void fail_for_space(const std::string& path, SourcePosition at = SourcePosition::here()) {
-  std::printf("Error: not enough space on physical device for %s\n", path.c_str());
+  say("Error: not enough space on physical device for %s\n", path.c_str());
   fail(MOX_NO_SPACE_LEFT, at);
 }
 
@@ -38,13 +37,13 @@ void device_res::create(undo_log& log) {
   std::uint64_t space = 0;
   int os_error = 0;
   if (!device_info(path, physical, exists, space, os_error)) {
-    std::printf("Error: could not get info about device %s\n", path.c_str());
+    say("Error: could not get info about device %s\n", path.c_str());
     fail(MOX_FILE_OPERATION_FAILED, os_error, path);
     return;
   }
-  std::printf("create file %s\n", path.c_str());
+  say("create file %s\n", path.c_str());
   if (size == no_size) {
-    std::printf("Error: device size must be specified\n");
+    say("Error: device size must be specified\n");
     fail(MOX_INVALID_OPTION);
   } else if (exists) {
     check_existing(physical, space);
@@ -65,7 +64,7 @@ void device_res::create_file(std::uint32_t physical, std::uint64_t space, undo_l
   announcement<device_undo_op> entry(log, path, file);
   // Exclusively: a file that somebody else puts there meanwhile is not ours to empty, nor to undo.
   if (os_error != 0 || !mox_create_file(file, os_error, O_EXCL)) {
-    std::printf("Error: create of file %s failed\n", path.c_str());
+    say("Error: create of file %s failed\n", path.c_str());
     fail(MOX_FILE_OPERATION_FAILED, os_error, path);
     return;
   }
@@ -76,7 +75,7 @@ void device_res::create_file(std::uint32_t physical, std::uint64_t space, undo_l
 void device_res::check_existing(std::uint32_t physical, std::uint64_t space) {
   int os_error = 0;
   if (!mox_test_open_file(path, os_error)) {
-    std::printf("Error: open of device %s failed\n", path.c_str());
+    say("Error: open of device %s failed\n", path.c_str());
     fail(MOX_OPEN_FAILED, os_error, path);
     return;
   }

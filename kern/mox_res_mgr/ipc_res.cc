@@ -3,7 +3,6 @@
 #include <sys/shm.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "common/sharedmem.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
@@ -13,9 +12,6 @@
 namespace resmgr {
 
 namespace {
-
-constexpr key_offset segment_offsets[] = {DATABUF, TLOGBUF, NLOGBUF, DICTBUF, SQLBUF, EVBUF};
-constexpr std::uint32_t default_dictbuf = 0x400000;
 
 // More sets than any host can have: the kernel numbers them with 24 bits.
 constexpr int most_semaphore_sets = 1 << 24;
@@ -37,7 +33,7 @@ unsigned step_over_used_keys(const key_list& used, const ipc_res& base) {
 }  // namespace
 
 ipc_res::ipc_res() {
-  size[DICTBUF] = default_dictbuf;
+  for (const buffer& row : buffers) size[row.offset] = row.initial;
 }
 
 std::int32_t ipc_res::key(unsigned offset) const {
@@ -47,54 +43,59 @@ std::int32_t ipc_res::key(unsigned offset) const {
 void ipc_res::create(undo_log& log) {
   initStatus_s(&stat);
   if (ipcbase == 0) {
-    std::printf("Error: illegal key 0\n");
+    say("Error: illegal key 0\n");
     stat.set(SEV_SYSTEMERR, MOX_SHM_GET_FAILED, 0, {"0"});
     return;
   }
-  std::printf("checking ipcbase %d\n", ipcbase);
-  for (const key_offset offset : segment_offsets) {
-    if (size[offset] != 0 && !create_segment(offset, log)) return;
+  say("checking ipcbase %d\n", ipcbase);
+  for (const buffer& wanted : buffers) {
+    if (size[wanted.offset] == 0 || create_segment(wanted, log)) continue;
+    pushTraceStatus(&stat);
+    return;
   }
-  create_semaphores(log);
+  adopt_or_create_set(log);
 }
 
-bool ipc_res::create_segment(unsigned offset, undo_log& log) {
-  announcement<shm_undo_op> entry(log, key(offset));
-  char* address = nullptr;
-  const int shmid =
-      sharedCreateIfNotExists(key(offset), static_cast<int>(size[offset]), address, stat);
-  const bool ours = shmid != -1 && stat.number != MOX_SHM_EXISTS;
-  if (ours) entry.made(shmid, address);
+bool ipc_res::create_segment(const buffer& wanted, undo_log& log) {
+  const std::int32_t at = key(wanted.offset);
+  const std::uint32_t bytes = size[wanted.offset];
+  announcement<shm_undo_op> entry(log, at);
+  const Segment segment = createSegment(at, static_cast<int>(bytes), nullptr, stat);
+  if (segment.whose == Whose::OURS) entry.made(segment.id, segment.address);
   if (!stat.failed()) return true;
-  if (stat.number == MOX_SHM_EXISTS) {
-    hint_at_segment_in_the_way(key(offset));
-  } else if (stat.number == MOX_SHM_GET_FAILED) {
-    hint_at_segment_limit(size[offset], stat.os_error);
+  if (segment.whose == Whose::STRANGERS) {
+    stat.set(SEV_SYSTEMERR, MOX_SHM_EXISTS, 0, {at});
+    hint_at_segment_in_the_way(at);
+  } else {
+    hint_at_segment_limit(bytes, stat.os_error);
   }
-  pushTraceStatus(&stat);
   return false;
 }
 
-void ipc_res::create_semaphores(undo_log& log) {
-  announcement<sem_undo_op> entry(log, key(SEMAPHORES), semaphores_per_node);
-  utlMapMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
+bool ipc_res::create_set(undo_log& log) {
+  const std::int32_t at = key(semaphores_offset);
+  announcement<sem_undo_op> entry(log, at, semaphores_per_node);
+  const Whose whose = utlCreateOwnMutex(&stat, &mutex, at, semaphores_per_node);
+  if (whose == Whose::OURS) entry.made(utlMappedMutex());
+  if (!stat.failed()) return true;
+  hint_at_semaphore_limit(stat.os_error);
+  return false;
+}
+
+void ipc_res::adopt_or_create_set(undo_log& log) {
+  const std::int32_t at = key(semaphores_offset);
+  utlMapMutex(&stat, &mutex, at, semaphores_per_node);
   if (!stat.failed()) {
     const int adopted = utlMappedMutex();
-    entry.made(adopted);
+    announcement<sem_undo_op>(log, at, semaphores_per_node).made(adopted);
     utlUnmapMutex();
-    hint_at_adopted_set(key(SEMAPHORES), adopted);
+    hint_at_adopted_set(at, adopted);
     return;
   }
   // Only a set that is known to be absent is created.
-  if (stat.os_error == ENOENT) {
-    initStatus_s(&stat);
-    const Whose whose = utlCreateOwnMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
-    if (whose == Whose::OURS) entry.made(utlMappedMutex());
-  }
-  if (!stat.failed()) return;
-  hint_at_semaphore_limit(stat.os_error);
+  if (stat.os_error == ENOENT && create_set(log)) return;
   emit_korv_error();
-  std::printf("Error: mutex creation failed\n");
+  say("Error: mutex creation failed\n");
   pushTraceStatus(&stat);
 }
 
@@ -107,7 +108,7 @@ bool ipc_res::search() {
       ipcbase = key(step);
       continue;
     }
-    utlMapMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
+    utlMapMutex(&stat, &mutex, key(semaphores_offset), semaphores_per_node);
     utlUnmapMutex();
     if (stat.failed() && stat.os_error == ENOENT) {
       for (unsigned offset = 0; offset < keys_per_node; ++offset) used.insert(key(offset));
@@ -124,39 +125,39 @@ bool ipc_res::search() {
 void ipc_res::del() {
   initStatus_s(&stat);
   if (ipcbase == 0) {
-    std::printf("Error: illegal key 0\n");
+    say("Error: illegal key 0\n");
     return;
   }
   delete_semaphores();
-  for (const key_offset offset : segment_offsets) delete_segment(offset);
+  for (const buffer& row : buffers) delete_segment(row);
 }
 
 void ipc_res::delete_semaphores() {
-  utlMapMutex(&stat, &mutex, key(SEMAPHORES), semaphores_per_node);
+  utlMapMutex(&stat, &mutex, key(semaphores_offset), semaphores_per_node);
   if (stat.failed()) {
     emit_korv_error();
-    std::printf("Error: cannot attach to semaphore %d\n", key(SEMAPHORES));
+    say("Error: cannot attach to semaphore %d\n", key(semaphores_offset));
     initStatus_s(&stat);
     return;
   }
   utlRemoveMutex(&stat);
   if (stat.failed()) {
     emit_korv_error();
-    std::printf("Error: delete of semaphore %d failed\n", key(SEMAPHORES));
+    say("Error: delete of semaphore %d failed\n", key(semaphores_offset));
     initStatus_s(&stat);
   }
 }
 
-void ipc_res::delete_segment(unsigned offset) {
+void ipc_res::delete_segment(const buffer& row) {
+  const std::int32_t at = key(row.offset);
   // Looked up first, as a segment that is in use loses its key with the removal.
-  const int shmid = shmget(key(offset), 0, 0);
-  sharedRemove(key(offset), 0, stat);
-  const bool optional = offset == EVBUF && stat.os_error == ENOENT;
+  const int shmid = shmget(at, 0, 0);
+  sharedRemove(at, 0, stat);
   if (!stat.failed()) {
-    hint_at_attached_segment(key(offset), shmid);
-  } else if (!optional) {
+    hint_at_attached_segment(at, shmid);
+  } else if (!row.may_be_absent || stat.os_error != ENOENT) {
     emit_korv_error();
-    std::printf("Error: delete of shared memory segment %d failed\n", key(offset));
+    say("Error: delete of shared memory segment %d failed\n", at);
   }
   initStatus_s(&stat);
 }

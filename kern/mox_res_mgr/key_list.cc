@@ -1,7 +1,6 @@
 #include "kern/mox_res_mgr/key_list.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -19,7 +18,7 @@ bool must_read = true;
 
 void report_unreadable(const char* what) {
   const int os_error = errno;
-  std::printf("Error: get_shm_list failed while getting %s\n", what);
+  say("Error: get_shm_list failed while getting %s\n", what);
   stat.set(SEV_SYSTEMERR, MOX_CANNOT_HAPPEN, 0);
   logLine(LEVEL_ERR, std::string("listing the shared memory segments of the host failed: ") +
                          std::strerror(os_error));

@@ -1,12 +1,9 @@
 #include "kern/mox_res_mgr/lexer.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <iterator>
 #include <string_view>
-#include <unordered_map>
-
-#include "kern/mox_res_mgr/report.h"
-#include "kern/mox_res_mgr/usage.h"
+#include <utility>
 
 namespace resmgr {
 
@@ -18,12 +15,11 @@ token lookahead = T_ERROR;
 
 namespace {
 
-constexpr const char* tok_names[] = {
-    "T_CREATE",  "T_CHECK",   "T_DELETE",  "T_SEARCH",  "T_NODE",   "T_DEVICE", "T_IPCBASE",
-    "T_DATABUF", "T_NLOGBUF", "T_TLOGBUF", "T_DICTBUF", "T_SQLBUF", "T_EVBUF",  "T_SIZE",
-    "T_PATH",    "T_TYPE",    "T_DATA",    "T_LOG",     "T_INT",    "T_STRING", "T_DASH",
-    "T_DOT",     "T_EQUAL",   "T_COMMA",   "T_COLON",   "T_OPTION", "T_EOF",    "T_ERROR"};
-static_assert(std::size(tok_names) == T_ERROR + 1);
+#define RESMGR_TOKEN_NAME(kind, keyword) #kind,
+constexpr const char* tok_names[] = {RESMGR_TOKENS(RESMGR_TOKEN_NAME)};
+#undef RESMGR_TOKEN_NAME
+
+std::size_t tok_start = 0;  // position of the token just read
 
 bool eof() {
   return tok_pos >= in_buf.size();
@@ -59,16 +55,9 @@ bool skip_blanks(char* c) {
   return true;
 }
 
-token word_kind(const std::string& word) {
-  static const std::unordered_map<std::string_view, token> keywords = {
-      {"create", T_CREATE},   {"check", T_CHECK},     {"delete", T_DELETE},
-      {"search", T_SEARCH},   {"ipcbase", T_IPCBASE}, {"databuf", T_DATABUF},
-      {"nlogbuf", T_NLOGBUF}, {"tlogbuf", T_TLOGBUF}, {"dictbuf", T_DICTBUF},
-      {"sqlbuf", T_SQLBUF},   {"evbuf", T_EVBUF},     {"size", T_SIZE},
-      {"path", T_PATH},       {"type", T_TYPE},       {"node", T_NODE},
-      {"device", T_DEVICE},   {"log", T_LOG},         {"data", T_DATA}};
-  const auto keyword = keywords.find(word);
-  return keyword == keywords.end() ? T_STRING : keyword->second;
+token word_kind(std::string_view word) {
+  const auto* const keyword = std::find(std::begin(tok_keywords), std::end(tok_keywords), word);
+  return keyword == std::end(tok_keywords) ? T_STRING : static_cast<token>(keyword - tok_keywords);
 }
 
 token read_number() {
@@ -149,14 +138,23 @@ const char* token_name(token kind) {
   return kind >= T_CREATE && kind <= T_ERROR ? tok_names[kind] : nullptr;
 }
 
+void start_lexer(std::string text) {
+  in_buf = std::move(text);
+  tok_pos = 0;
+  err_buf.clear();
+  lookahead = gettoken();
+}
+
 token gettoken() {
   tok_buf.clear();
+  tok_start = in_buf.size();
   if (eof()) {
     err_buf = tok_buf;
     return T_EOF;
   }
   char first = '\0';
   if (!skip_blanks(&first)) return T_EOF;
+  tok_start = tok_pos - 1;
   const token kind = read_token(first);
   err_buf = tok_buf;
   return kind;
@@ -181,14 +179,9 @@ void match(token kind) {
   lookahead = gettoken();
 }
 
-void error() {
+void error(const std::string& reason) {
   if (eof()) err_buf += "\\n";
-  std::printf("Error: %s\n", err_buf.c_str());
-  std::fwrite(in_buf.data(), 1, tok_pos, stdout);
-  const int blanks = tok_pos > 1 ? static_cast<int>(tok_pos - 1) : 0;
-  std::printf("\n%*s^\n", blanks, "");
-  usage();
-  crash();
+  throw syntax_error{reason, err_buf, in_buf.substr(0, tok_pos), tok_start};
 }
 
 }  // namespace resmgr

@@ -1,8 +1,9 @@
-// Cuts the command text into tokens, with one token of look-ahead, and reports syntax errors.
+// Cuts the command text into tokens, with one token of look-ahead.
 //
-//   in_buf = " create node-0: ipcbase=5";
-//   lookahead = gettoken();           // T_CREATE
-//   match(T_CREATE);                  // now T_NODE
+//   start_lexer(" create node-0: ipcbase=5");   // lookahead is T_CREATE
+//   match(T_CREATE);                            // now T_NODE
+//
+// What does not fit is thrown as a syntax_error.
 #pragma once
 
 #include <cstddef>
@@ -10,36 +11,48 @@
 
 namespace resmgr {
 
-enum token {
-  T_CREATE,
-  T_CHECK,
-  T_DELETE,
-  T_SEARCH,
-  T_NODE,
-  T_DEVICE,
-  T_IPCBASE,
-  T_DATABUF,
-  T_NLOGBUF,
-  T_TLOGBUF,
-  T_DICTBUF,
-  T_SQLBUF,
-  T_EVBUF,
-  T_SIZE,
-  T_PATH,
-  T_TYPE,
-  T_DATA,
-  T_LOG,
-  T_INT,     // a run of decimal digits
-  T_STRING,  // any other word, or a path
-  T_DASH,
-  T_DOT,
-  T_EQUAL,
-  T_COMMA,
-  T_COLON,
-  T_OPTION,  // "--"
-  T_EOF,
-  T_ERROR,  // before the first token
-};
+// Every kind of token, in the order of their values, with the word that makes it; none for kinds
+// that are no keyword.
+#define RESMGR_TOKENS(TOKEN)                          \
+  TOKEN(T_CREATE, "create")                           \
+  TOKEN(T_CHECK, "check")                             \
+  TOKEN(T_DELETE, "delete")                           \
+  TOKEN(T_SEARCH, "search")                           \
+  TOKEN(T_NODE, "node")                               \
+  TOKEN(T_DEVICE, "device")                           \
+  TOKEN(T_IPCBASE, "ipcbase")                         \
+  TOKEN(T_DATABUF, "databuf")                         \
+  TOKEN(T_NLOGBUF, "nlogbuf")                         \
+  TOKEN(T_TLOGBUF, "tlogbuf")                         \
+  TOKEN(T_DICTBUF, "dictbuf")                         \
+  TOKEN(T_SQLBUF, "sqlbuf")                           \
+  TOKEN(T_EVBUF, "evbuf")                             \
+  TOKEN(T_SIZE, "size")                               \
+  TOKEN(T_PATH, "path")                               \
+  TOKEN(T_TYPE, "type")                               \
+  TOKEN(T_DATA, "data")                               \
+  TOKEN(T_LOG, "log")                                 \
+  TOKEN(T_INT, "")    /* digits */                    \
+  TOKEN(T_STRING, "") /* any other word, or a path */ \
+  TOKEN(T_DASH, "")                                   \
+  TOKEN(T_DOT, "")                                    \
+  TOKEN(T_EQUAL, "")                                  \
+  TOKEN(T_COMMA, "")                                  \
+  TOKEN(T_COLON, "")                                  \
+  TOKEN(T_OPTION, "") /* "--" */                      \
+  TOKEN(T_EOF, "")                                    \
+  TOKEN(T_ERROR, "") /* before the first token */
+
+#define RESMGR_TOKEN_KIND(kind, keyword) kind,
+enum token { RESMGR_TOKENS(RESMGR_TOKEN_KIND) };
+#undef RESMGR_TOKEN_KIND
+
+#define RESMGR_TOKEN_KEYWORD(kind, keyword) keyword,
+inline constexpr const char* tok_keywords[] = {RESMGR_TOKENS(RESMGR_TOKEN_KEYWORD)};
+#undef RESMGR_TOKEN_KEYWORD
+
+// "T_CREATE" to "T_ERROR"; null for any other value.
+const char* token_name(token kind);
 
 extern std::string in_buf;   // the whole command text
 extern std::size_t tok_pos;  // read position in it
@@ -47,8 +60,8 @@ extern std::string tok_buf;  // text of the token just read
 extern std::string err_buf;  // text that a syntax error shows
 extern token lookahead;
 
-// "T_CREATE" to "T_ERROR"; null for any other value.
-const char* token_name(token kind);
+// Takes the text, and its first token for the look-ahead.
+void start_lexer(std::string text);
 
 // The next token. Every text yields tokens, and T_EOF at its end.
 token gettoken();
@@ -60,8 +73,14 @@ token getstring();
 // Steps over a token of the given kind; any other one is a syntax error.
 void match(token kind);
 
-// Prints what was not understood, the text read so far with a caret under its last character, and
-// the usage text, and ends the process with status 1.
-[[noreturn]] void error();
+// A command that does not fit the grammar, at the look-ahead.
+struct syntax_error {
+  std::string reason;          // may be empty: the token is of the wrong kind
+  std::string not_understood;  // the token's text; a "\n" in two characters behind it: the end
+  std::string read;            // the command text up to the last character that was read
+  std::size_t token_start;     // position of the token's first character in the command text
+};
+
+[[noreturn]] void error(const std::string& reason = "");
 
 }  // namespace resmgr

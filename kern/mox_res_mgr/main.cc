@@ -9,6 +9,7 @@
 #include "kern/mox_res_mgr/command_file.h"
 #include "kern/mox_res_mgr/commands.h"
 #include "kern/mox_res_mgr/report.h"
+#include "kern/mox_res_mgr/syntax_report.h"
 #include "kern/mox_res_mgr/usage.h"
 
 namespace {
@@ -22,11 +23,19 @@ exit_status reported() {
   return resmgr::output_written() ? done : failed;
 }
 
+exit_status run_command(int count, char** words) {
+  try {
+    resmgr::execute(count, words);
+  } catch (const resmgr::syntax_error& mistake) {
+    resmgr::crash(mistake);
+  }
+  return done;
+}
+
 exit_status run_file(const char* name) {
   resmgr::command_file file;
   if (!file.read(name)) return failed;
-  resmgr::execute(static_cast<int>(file.words().size()), file.words().data());
-  return done;
+  return run_command(static_cast<int>(file.words().size()), file.words().data());
 }
 
 exit_status run_words(ScanArg& arguments) {
@@ -34,8 +43,7 @@ exit_status run_words(ScanArg& arguments) {
     std::printf("Error: too many words for a command line, put the command into a file (-f)\n");
     return failed;
   }
-  resmgr::execute(arguments.operandCount, arguments.operands);
-  return done;
+  return run_command(arguments.operandCount, arguments.operands);
 }
 
 exit_status run(int argc, char** argv) {

@@ -1,7 +1,6 @@
 #include "kern/mox_res_mgr/numbers.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -12,8 +11,7 @@ namespace resmgr {
 namespace {
 
 [[noreturn]] void too_big() {
-  std::printf("Error: number %s is too big\n", tok_buf.c_str());
-  error();
+  error("number " + tok_buf + " is too big");
 }
 
 void expect_number() {

@@ -1,7 +1,6 @@
 #include "kern/mox_res_mgr/op.h"
 
 #include <cerrno>
-#include <cstdio>
 
 #include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/report.h"
@@ -15,7 +14,7 @@ void op::create(undo_log& log) {
     pushTraceStatus(&stat);
     return;
   }
-  std::printf("node-%u:ipcbase=%d\n", node, ipc.ipcbase);
+  say("node-%u:ipcbase=%d\n", node, ipc.ipcbase);
   for (device_res& device : devices) {
     device.create(log);
     if (stat.failed()) {
@@ -31,7 +30,7 @@ void op::del() {
   for (const device_res& device : devices) {
     if (!mox_unlink(device.path)) {
       log_os_error("removing", device.path, errno);
-      std::printf("Error: delete of file %s failed\n", device.path.c_str());
+      say("Error: delete of file %s failed\n", device.path.c_str());
     }
   }
 }
@@ -46,17 +45,19 @@ bool op::search_ok(std::string& message) const {
 }
 
 void op::debug() const {
-  std::printf("node %u\n", node);
-  std::printf("ipcbase %d databuf %u nlogbuf %u tlogbuf %u sqlbuf %u dictbuf %u evbuf %u\n",
-              ipc.ipcbase, ipc.size[DATABUF], ipc.size[NLOGBUF], ipc.size[TLOGBUF],
-              ipc.size[SQLBUF], ipc.size[DICTBUF], ipc.size[EVBUF]);
+  say("node %u\n", node);
+  say("ipcbase %d", ipc.ipcbase);
+  for (const buffer* const row : buffers_by_place) {
+    say(" %s %u", row->name(), ipc.size[row->offset]);
+  }
+  say("\n");
   resmgr::debug(devices);
 }
 
 void debug(const device_list& devices) {
   for (const device_res& device : devices) {
-    std::printf("device %u size %d path %s type %s\n", device.number, device.size,
-                device.path.c_str(), device.type.c_str());
+    say("device %u size %d path %s type %s\n", device.number, device.size, device.path.c_str(),
+        device.type.c_str());
   }
 }
 

@@ -1,9 +1,9 @@
 #include "kern/mox_res_mgr/parser.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
+#include "kern/mox_res_mgr/buffers.h"
 #include "kern/mox_res_mgr/lexer.h"
 #include "kern/mox_res_mgr/numbers.h"
 
@@ -13,40 +13,29 @@ bool dbug = false;
 
 namespace {
 
-[[noreturn]] void refuse(const char* message) {
-  std::printf("Error: %s\n", message);
-  error();
+[[noreturn]] void given_twice(const std::string& what) {
+  error(what + " already specified");
 }
 
-void assign_ipcbase(op& node) {
+void assign_ipcbase(op& record) {
   match(T_IPCBASE);
-  if (node.ipc.ipcbase != 0) refuse("ipcbase already specified");
-  node.ipc.ipcbase = to_key_t();
+  if (record.ipc.ipcbase != 0) given_twice("ipcbase");
+  record.ipc.ipcbase = to_key_t();
 }
 
-void assign_size(op& node, token keyword, key_offset offset, const char* given_twice) {
-  match(keyword);
-  if (node.ipc.size[offset] != 0) refuse(given_twice);
-  node.ipc.size[offset] = to_size_t();
+void assign_size(op& record, const buffer& wanted) {
+  match(wanted.keyword);
+  std::uint32_t& size = record.ipc.size[wanted.offset];
+  if (size != 0) given_twice(wanted.name());
+  size = to_size_t();
 }
 
-// One IPC assignment. Anything else is left for the caller to stumble over.
+// One IPC assignment. Any other token stays the look-ahead, and the caller refuses it.
 void node(op& record) {
-  switch (lookahead) {
-    case T_IPCBASE:
-      return assign_ipcbase(record);
-    case T_DATABUF:
-      return assign_size(record, T_DATABUF, DATABUF, "databuf already specified");
-    case T_NLOGBUF:
-      return assign_size(record, T_NLOGBUF, NLOGBUF, "nlogbuf already specified");
-    case T_TLOGBUF:
-      return assign_size(record, T_TLOGBUF, TLOGBUF, "tlogbuf already specified");
-    case T_SQLBUF:
-      return assign_size(record, T_SQLBUF, SQLBUF, "sqlbuf already specified");
-    case T_EVBUF:
-      return assign_size(record, T_EVBUF, EVBUF, "evbuf already specified");
-    default:
-      return;
+  if (lookahead == T_IPCBASE) {
+    assign_ipcbase(record);
+  } else if (const buffer* const wanted = buffer_of(lookahead); wanted != nullptr) {
+    assign_size(record, *wanted);
   }
 }
 
@@ -69,10 +58,7 @@ void path_head() {
 }
 
 void read_path(device_res& device) {
-  if (getstring() != T_STRING) {
-    std::printf("Error: expected path name, found %s\n", tok_buf.c_str());
-    error();
-  }
+  if (getstring() != T_STRING) error("expected path name, found " + tok_buf);
   device.path = tok_buf;
   lookahead = gettoken();
 }
@@ -82,11 +68,11 @@ void device(op& record) {
   if (lookahead == T_SIZE) {
     match(T_SIZE);
     match(T_EQUAL);
-    if (device.size != device_res::no_size) refuse("device size already specified");
+    if (device.size != device_res::no_size) given_twice("device size");
     device.size = to_signed_32();
   } else {
     path_head();
-    if (!device.path.empty()) refuse("device path already specified");
+    if (!device.path.empty()) given_twice("device path");
     read_path(device);
   }
 }
@@ -102,7 +88,7 @@ void check_assignment(op& record) {
 }
 
 void create_assignment(op& record) {
-  if (lookahead == T_DEVICE) refuse("device spec not allowed for create");
+  if (lookahead == T_DEVICE) error("device spec not allowed for create");
   node(record);
 }
 

@@ -1,6 +1,7 @@
 #include "kern/mox_res_mgr/report.h"
 
-#include <cstdio>
+#include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 
 #include "common/base/printable.h"
@@ -9,6 +10,7 @@
 namespace resmgr {
 
 Status stat;
+std::FILE* report_stream = stdout;
 
 namespace {
 
@@ -20,13 +22,20 @@ const Dummy dummy;
 
 }  // namespace
 
+void say(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(report_stream, format, arguments);
+  va_end(arguments);
+}
+
 void emit_korv_error(SourcePosition at) {
   if (stat.number == MOX_NORMAL) return;
-  std::printf("%s ERROR Error number %d severity %d %s", logmsgPrefix, stat.number, stat.severity,
-              stat.getText());
-  if (stat.os_error > 0) std::printf(" OS error message: %s", stat.os_text);
-  std::printf("\n");
-  std::fflush(stdout);
+  say("%s ERROR Error number %d severity %d %s", logmsgPrefix, stat.number, stat.severity,
+      stat.getText());
+  if (stat.os_error > 0) say(" OS error message: %s", stat.os_text);
+  say("\n");
+  std::fflush(report_stream);
 
   pushTraceStatus(&stat, at);
   logmsg.start(LEVEL_INF, at.file, at.line);
@@ -37,6 +46,12 @@ void emit_korv_error(SourcePosition at) {
 void log_os_error(const std::string& activity, const std::string& object, int os_error,
                   SourcePosition at) {
   logLine(LEVEL_ERR, activity + " " + printable(object) + ": " + std::strerror(os_error), at);
+}
+
+void crash() {
+  say("abnormal termination, exit(1)\n");
+  output_written();
+  std::exit(1);
 }
 
 bool output_written() {

@@ -1,7 +1,8 @@
-// What the resource manager says when something fails: its one status object, the error block on
-// standard output, and the fatal end of a run.
+// What the resource manager says when something fails: its one status object, the error block in
+// the report, and the fatal end of a run.
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 #include "common/base/sourceposition.h"
@@ -12,6 +13,12 @@ namespace resmgr {
 // The one status object of the tool. Every operation clears it first; failed() afterwards means
 // that the operation failed.
 extern Status stat;
+
+// Where the reports go: standard output, unless a program needs that for something else.
+extern std::FILE* report_stream;
+
+// Prints to report_stream. Whether that succeeded is asked once, at the end: output_written().
+[[gnu::format(printf, 1, 2)]] void say(const char* format, ...);
 
 // Prints the error block of `stat` and logs it at level INF, with the caller's position on the
 // trace; does nothing while its number is 0.

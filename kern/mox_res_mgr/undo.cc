@@ -1,14 +1,11 @@
 #include "kern/mox_res_mgr/undo.h"
 
 #include <cerrno>
-#include <cstdio>
 
 #include "common/sharedmem.h"
 #include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
-#include "kern/mox_res_mgr/mutex_handle.h"
 #include "kern/mox_res_mgr/report.h"
-#include "utl/semops.h"
 
 namespace resmgr {
 
@@ -22,18 +19,18 @@ void replay(undo_log& log) {
 
 void shm_undo_op::undo() {
   initStatus_s(&stat);
-  if (segid_ != -1) {
+  if (address_ != nullptr) {
     sharedDetach(address_, stat);
     if (stat.failed()) {
       emit_korv_error();
-      std::printf("Error: detach of shared memory segment key %d segid %d failed\n", key_, segid_);
+      say("Error: detach of shared memory segment key %d segid %d failed\n", key_, segid_);
       initStatus_s(&stat);
     }
   }
   sharedRemoveOwned(key_, segid_, stat);
   if (stat.failed()) {
     emit_korv_error();
-    std::printf("Error: delete of shared memory segment %d failed\n", key_);
+    say("Error: delete of shared memory segment %d failed\n", key_);
     initStatus_s(&stat);
   } else {
     hint_at_attached_segment(key_, segid_);
@@ -55,17 +52,17 @@ void sem_undo_op::undo() {
   }
   if (stat.failed()) {
     emit_korv_error();
-    std::printf("Error: delete of semaphores with %d failed\n", key_);
+    say("Error: delete of semaphores with %d failed\n", key_);
     initStatus_s(&stat);
   }
 }
 
 void device_undo_op::undo() {
-  std::printf("removing file %s\n", path_.c_str());
+  say("removing file %s\n", path_.c_str());
   if (!mox_unlink(file_)) {
     log_os_error("removing", file_, errno);
     emit_korv_error();
-    std::printf("Error: undo of device %s create failed\n", path_.c_str());
+    say("Error: undo of device %s create failed\n", path_.c_str());
     initStatus_s(&stat);
   }
 }

@@ -2,13 +2,25 @@
 // them. A failed CREATE and every CHECK replay it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "utl/semops.h"
+
 namespace resmgr {
+
+// The handle of a node's semaphore set before one is mapped: "gurba" over and over, easy to
+// recognise in a dump.
+constexpr MutexHandle unmapped_mutex() {
+  constexpr char fill[] = {'g', 'u', 'r', 'b', 'a'};
+  MutexHandle handle{};
+  for (std::size_t i = 0; i < sizeof handle.bytes; ++i) handle.bytes[i] = fill[i % sizeof fill];
+  return handle;
+}
 
 class undo_op {
  public:

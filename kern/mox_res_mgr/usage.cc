@@ -1,6 +1,10 @@
 #include "kern/mox_res_mgr/usage.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <string>
+
+#include "kern/mox_res_mgr/buffers.h"
+#include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {
 
@@ -8,7 +12,7 @@ const char* prog_name = nullptr;
 
 namespace {
 
-constexpr char grammar[] =
+constexpr char commands[] =
     R"(keywords are marked in uppercase below, but are case insignificant
 
 <command> ::= <create> | <check> | <delete>;
@@ -26,12 +30,10 @@ constexpr char grammar[] =
 <ipc_assignment>   ::= )"
     R"(
   <ipc_spec> |
-  DATABUF = Int64 |  (* Size of data buffer in bytes *)
-  NLOGBUF = Int32 |  (* Size of buffer for node-internal log in bytes *)
-  TLOGBUF = Int32 |  (* Size of tuple log buffer in bytes *)
-  SQLBUF  = Int32 |  (* Size SQL work area in bytes *)
-  EVBUF   = Int32;   (* Size of event buffer in bytes *)
-<ipc_spec>         ::= IPCBASE = Int32; (* Base for IPC keys, search will start here *)
+)";
+
+constexpr char values[] =
+    R"(<ipc_spec>         ::= IPCBASE = Int32; (* Base for IPC keys, search will start here *)
 <device_spec>      ::= DEVICE-  <device_no> .
 <device_assignment>::= )"
     R"(
@@ -42,11 +44,30 @@ constexpr char grammar[] =
 <string>           ::= [^. ]+
 )";
 
+std::string upper_case(std::string word) {
+  for (char& c : word) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return word;
+}
+
+void describe_buffers() {
+  const auto* const last = *std::find_if(buffers_by_place.rbegin(), buffers_by_place.rend(),
+                                         [](const buffer* row) { return row->can_be_given(); });
+  for (const buffer* const row : buffers_by_place) {
+    if (!row->can_be_given()) continue;
+    say("  %-7s = %s%s (* %s *)\n", upper_case(row->name()).c_str(), row->type,
+        row == last ? ";  " : " | ", row->meaning);
+  }
+}
+
 }  // namespace
 
 void usage() {
-  std::printf("Usage: %s <command>\n", prog_name);
-  std::fputs(grammar, stdout);
+  say("Usage: %s <command>\n", prog_name);
+  say("%s", commands);
+  describe_buffers();
+  say("%s", values);
 }
 
 }  // namespace resmgr
