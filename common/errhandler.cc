@@ -7,31 +7,31 @@
 
 namespace {
 
-void append_os_message(const Status& status) {
+void appendOsMessage(const Status& status) {
   if (status.os_text[0] == '\0') return;
   logmsg.txt("OS message: ");
   logmsg.txt(status.os_text);
   logmsg.chr('\n');
 }
 
-void append_position(const char* file, int line) {
+void appendPosition(const char* file, int line) {
   logmsg.txt(file);
   logmsg.printInt("' line ", line, "\n");
 }
 
-void append_trace(const Status& status) {
+void appendTrace(const Status& status) {
   int written = 0;
   for (; written < status.trace_count && written < Status::max_trace; ++written) {
     logmsg.printFix(" ", static_cast<unsigned>(written), 4, 0);
     logmsg.txt("  '");
-    append_position(status.trace[written].file, status.trace[written].line);
+    appendPosition(status.trace[written].file, status.trace[written].line);
   }
   if (written == Status::max_trace) {
     logmsg.printInt("Trace tracecnt overflow (", status.trace_count, ").\n");
   }
 }
 
-void log_diagnostic(Status& status) {
+void logDiagnostic(Status& status) {
   logmsg.start(LEVEL_DIA, __FILE__, __LINE__);
   status.printDiagnosticError();
   logmsg.logg();
@@ -45,22 +45,22 @@ void Status::printError() {
   logmsg.printIntX("' (0x", static_cast<unsigned>(severity), "), Message='");
   logmsg.txt(getText());
   logmsg.printIntX("' (0x", static_cast<unsigned>(number), ")\nSet in '");
-  append_position(file, line);
-  append_trace(*this);
-  append_os_message(*this);
+  appendPosition(file, line);
+  appendTrace(*this);
+  appendOsMessage(*this);
 }
 
 void Status::printSysError() {
   logmsg.printIntX(" (0x", static_cast<unsigned>(number), ")   Message='");
   logmsg.txt(getText());
   logmsg.txt("'\n");
-  append_os_message(*this);
+  appendOsMessage(*this);
 }
 
 void Status::printDiagnosticError() {
   logmsg.txt(getText());
   logmsg.chr('\n');
-  append_os_message(*this);
+  appendOsMessage(*this);
 }
 
 void Status::debug(const char* label) {
@@ -75,7 +75,7 @@ void Status::report(const char* label) {
   logmsg.start(LEVEL_ERR, __FILE__, __LINE__);
   debug(label);
   logmsg.logg();
-  if (severity >= SEV_SYSTEMERR) log_diagnostic(*this);
+  if (severity >= SEV_SYSTEMERR) logDiagnostic(*this);
 }
 
 void Status::abort(const char* message) {
@@ -89,7 +89,7 @@ void Status::abort(const char* message) {
   }
   printError();
   logmsg.logg();
-  log_diagnostic(*this);
+  logDiagnostic(*this);
 
   logmsg.start(LEVEL_INF, __FILE__, __LINE__);
   logmsg.txt("exit(1)\n");

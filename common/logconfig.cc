@@ -15,11 +15,11 @@ constexpr const char* map_variables[log_level_count] = {
     "loglevmap_dbg", "loglevmap_inf", "loglevmap_wrn", "loglevmap_err",
     "loglevmap_vse", "loglevmap_dia", "loglevmap_tst"};
 
-const std::string& value_of(const char* name) {
+const std::string& valueOf(const char* name) {
   return VarSet::instance().get(name)->text();
 }
 
-const char* default_of(const char* name) {
+const char* defaultOf(const char* name) {
   return VarSet::instance().get(name)->initialText();
 }
 
@@ -28,8 +28,8 @@ void refuse(const std::string& value, Status& status) {
   logLine(LEVEL_INF, "initLogLevMap, ignoring unexpected value: " + printable(value));
 }
 
-void read_facility(Status& status) {
-  const std::string& configured = value_of("syslog_facility");
+void readFacility(Status& status) {
+  const std::string& configured = valueOf("syslog_facility");
   int facility = not_logged;
   findSyslogFacility(configured, facility);
   if (const char* overriding = std::getenv("MOX_SYSLOG_FACILITY")) {
@@ -41,20 +41,20 @@ void read_facility(Status& status) {
   if (facility == not_logged) logLine(LEVEL_INF, "syslog logging disabled");
 }
 
-std::string with_node(const std::string& name, const char* separator) {
+std::string withNode(const std::string& name, const char* separator) {
   if (name.empty() || logmsgNodeno < 0) return name;
   return name + separator + std::to_string(logmsgNodeno);
 }
 
 // By hand: a configured text is never a format.
-std::string history_file_name(int shm_key) {
-  std::string name = value_of("historyfile");
+std::string historyFileName(int shm_key) {
+  std::string name = valueOf("historyfile");
   if (name.empty()) name = "/var/tmp/korv.out.%d";
   const std::string key = shm_key < 0 ? "" : std::to_string(shm_key);
   const std::string node = logmsgNodeno < 0 ? "" : std::to_string(logmsgNodeno);
   const std::string between = key.empty() || node.empty() ? "" : "-";
 
-  const std::string& kind = value_of("historysubst");
+  const std::string& kind = valueOf("historysubst");
   std::string filling;
   if (kind == "shmkey") filling = key;
   if (kind == "nodeno") filling = node;
@@ -65,7 +65,7 @@ std::string history_file_name(int shm_key) {
   return place == std::string::npos ? name : name.replace(place, 2, filling);
 }
 
-std::shared_ptr<LogMethod> file_or(const std::string& name, LogMethod::Kind otherwise) {
+std::shared_ptr<LogMethod> fileOr(const std::string& name, LogMethod::Kind otherwise) {
   if (name.empty()) return std::make_shared<LogMethod>(otherwise);
   return std::make_shared<LogMethod>(LogMethod::TO_FILE, name);
 }
@@ -77,25 +77,25 @@ void initLogLevMap(Status& status) {
   for (int level = 0; level < log_level_count; ++level) {
     const char* variable = map_variables[level];
     int priority = not_logged;
-    if (!findOSloglev(value_of(variable), priority)) {
-      refuse(value_of(variable), status);
-      findOSloglev(default_of(variable), priority);
+    if (!findOSloglev(valueOf(variable), priority)) {
+      refuse(valueOf(variable), status);
+      findOSloglev(defaultOf(variable), priority);
     }
     setOSloglev(static_cast<LogLevel>(level), priority);
   }
-  setSyslogIdent(value_of("syslog_ident"));
-  read_facility(status);
+  setSyslogIdent(valueOf("syslog_ident"));
+  readFacility(status);
 }
 
 void LogMsg::newConfig() {
   configured_ = true;
-  setTimeStamp(VarSet::instance().get("historytime")->number(), value_of("timeformat"));
+  setTimeStamp(VarSet::instance().get("historytime")->number(), valueOf("timeformat"));
 
   const auto no_stream = std::make_shared<LogMethod>(LogMethod::SYSTEM_LOG_ONLY);
-  setAll(file_or(with_node(value_of("logfile"), ""), LogMethod::TO_STDERR));
+  setAll(fileOr(withNode(valueOf("logfile"), ""), LogMethod::TO_STDERR));
   for (const LogLevel level : {LEVEL_DBG, LEVEL_TST}) destination(level)->method = no_stream;
   destination(LEVEL_DIA)->method =
-      file_or(with_node(value_of("diagnosticfile"), "."), LogMethod::SYSTEM_LOG_ONLY);
+      fileOr(withNode(valueOf("diagnosticfile"), "."), LogMethod::SYSTEM_LOG_ONLY);
 
   Status status;
   initLogLevMap(status);
@@ -103,12 +103,12 @@ void LogMsg::newConfig() {
 
 bool LogMsg::tryHistoryfile(int shm_key) {
   configureOnce();
-  return LogMethod(LogMethod::TO_FILE, history_file_name(shm_key)).open();
+  return LogMethod(LogMethod::TO_FILE, historyFileName(shm_key)).open();
 }
 
 bool LogMsg::redirectHistoryFile(int shm_key) {
   configureOnce();
-  const auto file = std::make_shared<LogMethod>(LogMethod::TO_FILE, history_file_name(shm_key));
+  const auto file = std::make_shared<LogMethod>(LogMethod::TO_FILE, historyFileName(shm_key));
   if (!file->open()) return false;
   for (Destination& target : destinations_) {
     if (target.method == nullptr) continue;

@@ -17,7 +17,7 @@ int live_count = 0;
 
 // By lines, so that a line reaches the file in one write and lines of several processes that share
 // a file stay whole.
-std::FILE* open_stream(int fd) {
+std::FILE* openStream(int fd) {
   Descriptor owned(fd);
   std::FILE* stream = fdopen(fd, "w");
   if (stream == nullptr) return nullptr;
@@ -56,14 +56,14 @@ void LogMethod::initialize() {
 
 void LogMethod::openFile() {
   const int fd = openForAppending(file_name_);
-  if (fd >= 0) stream_ = open_stream(fd);
+  if (fd >= 0) stream_ = openStream(fd);
   const int error = errno;
   if (stream_ == nullptr) warnLogTrouble(("open file " + file_name_).c_str(), error);
 }
 
 void LogMethod::duplicate(std::FILE* stream, const char* name) {
   const int fd = fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0);
-  if (fd >= 0) stream_ = open_stream(fd);
+  if (fd >= 0) stream_ = openStream(fd);
   const int error = errno;
   if (stream_ == nullptr) warnLogTrouble(("dup(" + std::string(name) + ")").c_str(), error);
 }

@@ -12,14 +12,14 @@ namespace {
 
 constexpr int slow_milliseconds = 100;
 
-const char* prefix_or_blanks() {
+const char* prefixOrBlanks() {
   return logmsgPrefix != nullptr ? logmsgPrefix : "      ";
 }
 
 }  // namespace
 
 void warnLogTrouble(const char* what, int os_error) {
-  std::printf("%s WRN p:%u t:%u could not %s:%s\n", prefix_or_blanks(),
+  std::printf("%s WRN p:%u t:%u could not %s:%s\n", prefixOrBlanks(),
               static_cast<unsigned>(getpid()), static_cast<unsigned>(std::time(nullptr)), what,
               std::strerror(os_error));
   std::fflush(stdout);
@@ -32,7 +32,7 @@ void SlowWatch::report(std::FILE* stream, const char* what) const {
   const std::time_t now = std::time(nullptr);
   char now_text[32] = "";
   ctime_r(&now, now_text);
-  std::fprintf(stream, "%s BEWARE %16.16s %s took too long (%d msecs)\n", prefix_or_blanks(),
+  std::fprintf(stream, "%s BEWARE %16.16s %s took too long (%d msecs)\n", prefixOrBlanks(),
                now_text, what, static_cast<int>(took.count()));
   std::fflush(stream);
 }

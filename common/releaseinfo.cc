@@ -1,6 +1,6 @@
 #include "common/releaseinfo.h"
 
-#include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace {
@@ -14,7 +14,20 @@ constexpr const char* short_copyright = "Copyright (c) The Mox Authors.";
 constexpr std::size_t version_text_size = 100;  // with its terminator
 constexpr std::size_t description_length = 40;
 
-std::string major_minor() {
+constexpr int program_count = 42;  // numbers 0 to 41
+
+constinit std::array<const char*, program_count> descriptions = [] {
+  std::array<const char*, program_count> known{};
+  known[16] = "Device setup utility";
+  known[38] = "Resource manager utility";
+  return known;
+}();
+
+bool isProgram(int program) {
+  return program >= 0 && program < program_count;
+}
+
+std::string majorMinor() {
   return std::to_string(programVNum1()) + "." + std::to_string(programVNum2());
 }
 
@@ -36,20 +49,18 @@ int programVNum4() {
   return buildVersion[3];
 }
 
-// The numbers of the product family's programs run from 0 to 41.
+void describeProgram(int program, const char* description) {
+  if (isProgram(program)) descriptions[static_cast<std::size_t>(program)] = description;
+}
+
 std::string getPrognameInfo(int program) {
-  switch (program) {
-    case 16:
-      return "Device setup utility";
-    case 38:
-      return "Resource manager utility";
-    default:
-      return "";
-  }
+  const char* known =
+      isProgram(program) ? descriptions[static_cast<std::size_t>(program)] : nullptr;
+  return known != nullptr ? known : "";
 }
 
 std::string getProgVersInfo(int program) {
-  return programName() + " " + major_minor() + " " +
+  return programName() + " " + majorMinor() + " " +
          getPrognameInfo(program).substr(0, description_length);
 }
 
@@ -73,8 +84,7 @@ std::string programName() {
 }
 
 std::string programVersion() {
-  return major_minor() + "." + std::to_string(programVNum3()) + "." +
-         std::to_string(programVNum4());
+  return majorMinor() + "." + std::to_string(programVNum3()) + "." + std::to_string(programVNum4());
 }
 
 void printVersionInfo(std::FILE* stream, int program) {

@@ -14,8 +14,12 @@ int programVNum2();
 int programVNum3();
 int programVNum4();
 
-// program selects the description of a program: 16 the device initialiser, 38 the resource manager;
-// any other number has none.
+// Gives a program its number (0 to 41) and description, which is constant text and not owned. To be
+// called where the program starts; 16, the device initialiser, and 38, the resource manager, have
+// theirs. Any other number is ignored.
+void describeProgram(int program, const char* description);
+
+// A number without a description prints a title that ends behind the version.
 void printVersionInfo(std::FILE* stream, int program);
 // The release block, then a line each for the link time and the link command that are not null.
 void printLinkInfo(std::FILE* stream, int program, const char* linkTime, const char* linkCommand);

@@ -11,81 +11,15 @@
 #include <type_traits>
 
 #include "common/base/number.h"
+#include "common/base/printable.h"
 #include "common/debugmask.h"
 #include "common/logger.h"
 #include "common/variables.h"
 
 namespace {
 
+// `a` and `y` are accepted by getopt here and are no options of any program.
 constexpr const char* all_options = "hn:p:c:b:d:N:P:s:l:m:D:S:k:va:t:y:F:f:I:";
-constexpr const char* all_letters = "hnpcbdNPslmDSkvatyFfI";
-
-struct UsageLine {
-  char letter;
-  const char* text;
-};
-
-constexpr UsageLine usage_lines[] = {
-    {'C', "(config   f) <AR config file>"},
-    {'D', "(Define S=s) <var>=<value>"},
-    {'F', "(Force     )"},
-    {'I', "(Include  d) <schema dir>    KORV_SCHEMADIR"},
-    {'N', "(Node     n) <tcon node>"},
-    {'P', "(Port     n) <tcon port>"},
-    {'S', "(Server s:n) <host>:<port>   MOX_SERVER"},
-    {'V', "(Version   )"},
-    {'b', "(buffers  n) <kind/size>"},
-    {'c', "(config   f) <config file>   MOX_CONFIG"},
-    {'d', "(debug    n) <hex mask>      MOX_DEBUGMASK"},
-    {'f', "(input    f) <input file>"},
-    {'h', "(help      )"},
-    {'k', "(key      n) <key number>    MOX_KEY/MOX_SYSKEY"},
-    {'l', "(log      f) <device name>"},
-    {'m', "(master   f) <device name>"},
-    {'n', "(node     n) <node number>   MOX_NODENO"},
-    {'p', "(port     n) <port number>   MOX_PORTNO"},
-    {'s', "(startlev n) <0..6,42,91,92> MOX_STARTLEVEL"},
-    {'t', "(Timeout  n) <seconds>"},
-    {'v', "(version   )"},
-};
-
-const char* usage_text(char letter) {
-  for (const UsageLine& line : usage_lines) {
-    if (line.letter == letter) return line.text;
-  }
-  return "?? unknown option ??";
-}
-
-// The number at the start of text, in the given base (0: decimal, octal, hexadecimal), when the
-// bits of the field can hold it, signed or unsigned.
-template <typename Field>
-bool read_number(const char* text, int base, Field& field) {
-  constexpr std::int64_t least = std::numeric_limits<std::make_signed_t<Field>>::min();
-  constexpr std::int64_t most = std::numeric_limits<std::make_unsigned_t<Field>>::max();
-  const auto number = readNumber(text, base);
-  if (!number || !number->isWithin(least, most)) return false;
-  field = static_cast<Field>(number->value);
-  return true;
-}
-
-bool read_node(const char* text, std::uint16_t& node) {
-  if (!read_number(text, 0, node)) return false;
-  logmsgNodeno = static_cast<std::int16_t>(node);
-  return true;
-}
-
-bool read_mask(const char* text, int base, std::uint32_t& mask, std::int16_t& given) {
-  if (!read_number(text, base, mask)) return false;
-  given = 1;
-  return true;
-}
-
-// The table has "config" as an integer. The name of a file, which is none, finds no place there and
-// stays with the scanner, whose program reads the file; that must not stop the others.
-void set_config_file(const char* name, Status& status) {
-  VarSet::instance().set("config", name, status);
-  if (status.number == MOX_VALUE_NOT_A_NUMBER) initStatus_s(&status);
-}
 
 // "name=value" as -D gives it, name and value cut at what their places hold.
 class Definition {
@@ -98,6 +32,132 @@ class Definition {
   char name_[100] = "";
   char value_[1000] = "";
 };
+
+// Each reader takes the argument of an option, or the value of an environment variable, into its
+// fields; null, when there is none, is no number. False: the fields keep their values.
+using Reader = bool (*)(ScanArg& scan, char* argument);
+
+template <auto... fields>
+bool flag(ScanArg& scan, char* /*argument*/) {
+  ((scan.*fields = 1), ...);
+  return true;
+}
+
+template <auto field>
+bool text(ScanArg& scan, char* argument) {
+  scan.*field = argument;
+  return true;
+}
+
+// The number at the start of the text, in the given base (0: decimal, octal, hexadecimal), when the
+// bits of the field can hold it, signed or unsigned.
+template <typename Field>
+bool convert(const char* argument, int base, Field& field) {
+  constexpr std::int64_t least = std::numeric_limits<std::make_signed_t<Field>>::min();
+  constexpr std::int64_t most = std::numeric_limits<std::make_unsigned_t<Field>>::max();
+  const auto number = readNumber(argument, base);
+  if (!number || !number->isWithin(least, most)) return false;
+  field = static_cast<Field>(number->value);
+  return true;
+}
+
+template <auto... fields>
+bool number(ScanArg& scan, char* argument) {
+  return (convert(argument, 0, scan.*fields) && ...);
+}
+
+template <int base>
+bool mask(ScanArg& scan, char* argument) {
+  if (!convert(argument, base, scan.debugMask)) return false;
+  scan.debugMaskFlag = 1;
+  return true;
+}
+
+// The logger's number has more bits: all ones, which stand for none, are its -1.
+bool node(ScanArg& scan, char* argument) {
+  if (!convert(argument, 0, scan.nodeNo)) return false;
+  logmsgNodeno = scan.nodeNo == 0xFFFF ? -1 : scan.nodeNo;
+  return true;
+}
+
+// The definitions take effect in setVariables; these two have fields of their own as well.
+bool definition(ScanArg& scan, char* argument) {
+  if (argument == nullptr) return false;
+  scan.definitions[scan.definitionCount++] = argument;
+  const Definition split(argument);
+  const std::string_view name = split.name();
+  if (name == "nbuffs" && convert(split.value(), 0, scan.buffers)) {
+    if (scan.buffers == 0) --scan.definitionCount;
+  } else if (name == "sqlsub_portno") {
+    convert(split.value(), 0, scan.sqlSubPort);
+  }
+  return true;
+}
+
+// One row an option. Whether it has an argument is for the option string of the program to say.
+struct StandardOption {
+  char letter;
+  const char* usage;
+  Reader take;
+};
+
+constexpr StandardOption standard_options[] = {
+    {'C', "(config   f) <AR config file>", text<&ScanArg::extraConfigFile>},
+    {'D', "(Define S=s) <var>=<value>", definition},
+    {'F', "(Force     )", flag<&ScanArg::forceFlag>},
+    {'I', "(Include  d) <schema dir>    KORV_SCHEMADIR", text<&ScanArg::schemaDir>},
+    {'N', "(Node     n) <tcon node>", number<&ScanArg::tconNode>},
+    {'P', "(Port     n) <tcon port>", number<&ScanArg::tconPort>},
+    {'S', "(Server s:n) <host>:<port>   MOX_SERVER", text<&ScanArg::server>},
+    {'V', "(Version   )", flag<&ScanArg::fullVersionFlag>},
+    {'b', "(buffers  n) <kind/size>", number<&ScanArg::buffers>},
+    {'c', "(config   f) <config file>   MOX_CONFIG", text<&ScanArg::configFile>},
+    {'d', "(debug    n) <hex mask>      MOX_DEBUGMASK", mask<16>},
+    {'f', "(input    f) <input file>", text<&ScanArg::inputFile>},
+    {'h', "(help      )", flag<&ScanArg::helpFlag>},
+    {'k', "(key      n) <key number>    MOX_KEY/MOX_SYSKEY",
+     number<&ScanArg::key, &ScanArg::sysKey>},
+    {'l', "(log      f) <device name>", text<&ScanArg::logDevice>},
+    {'m', "(master   f) <device name>", text<&ScanArg::masterDevice>},
+    {'n', "(node     n) <node number>   MOX_NODENO", node},
+    {'p', "(port     n) <port number>   MOX_PORTNO", number<&ScanArg::portNo>},
+    {'s', "(startlev n) <0..6,42,91,92> MOX_STARTLEVEL", number<&ScanArg::startLevel>},
+    {'t', "(Timeout  n) <seconds>", number<&ScanArg::timeOut>},
+    {'v', "(version   )", flag<&ScanArg::versionFlag, &ScanArg::shortVersionFlag>},
+};
+
+struct EnvironmentVariable {
+  const char* name;
+  Reader take;
+};
+
+// In the order in which they are read.
+constexpr EnvironmentVariable environment_variables[] = {
+    {"MOX_PORTNO", number<&ScanArg::portNo>},
+    {"MOX_NODENO", node},
+    {"MOX_CONFIG", text<&ScanArg::configFile>},
+    {"MOX_EXTRA_CONFIG", text<&ScanArg::extraConfigFile>},
+    {"MOX_STARTLEVEL", number<&ScanArg::startLevel>},
+    {"MOX_DEBUGMASK", mask<0>},
+    {"MOX_SERVER", text<&ScanArg::server>},
+    {"MOX_KEY", number<&ScanArg::key>},
+    {"MOX_SYSKEY", number<&ScanArg::sysKey>},
+    {"KORV_SCHEMADIR", text<&ScanArg::schemaDir>},
+};
+
+const StandardOption* findOption(int letter) {
+  for (const StandardOption& option : standard_options) {
+    if (option.letter == letter) return &option;
+  }
+  return nullptr;
+}
+
+// The table has "config" as an integer. The name of a file, which is none, finds no place there and
+// stays with the scanner, whose program reads the file; that must not stop the others.
+void setConfigFile(const char* name, Status& status) {
+  VarSet::instance().set("config", name, status);
+  if (status.failed()) initStatus_s(&status);
+}
 
 }  // namespace
 
@@ -118,121 +178,36 @@ int ScanArg::parse(int argc, char** argv, const char* options) {
   int errors = 0;
   optind = 0;
   for (int letter = 0; (letter = getopt(argc, argv, in_order.c_str())) != -1;) {
-    const Outcome outcome = takeOption(letter, optarg);
-    if (outcome == Outcome::TAKEN) continue;
-    ++errors;
-    if (outcome == Outcome::BAD_ARGUMENT) {
-      std::fprintf(stderr, "%s: Error in argument %s %s\n", argv[0], argv[optind - 2],
-                   argv[optind - 1]);
-    }
+    if (!takeOption(letter, argv)) ++errors;
   }
   return errors + takeOperands(argc - optind, argv + optind);
 }
 
 void ScanArg::readEnvironment() {
-  const auto text = [](const char* name, const char*& field) {
-    if (const char* value = std::getenv(name)) field = value;
-  };
-  read_number(std::getenv("MOX_PORTNO"), 0, portNo);
-  read_node(std::getenv("MOX_NODENO"), nodeNo);
-  text("MOX_CONFIG", configFile);
-  text("MOX_EXTRA_CONFIG", extraConfigFile);
-  read_number(std::getenv("MOX_STARTLEVEL"), 0, startLevel);
-  read_mask(std::getenv("MOX_DEBUGMASK"), 0, debugMask, debugMaskFlag);
-  text("MOX_SERVER", server);
-  read_number(std::getenv("MOX_KEY"), 0, key);
-  read_number(std::getenv("MOX_SYSKEY"), 0, sysKey);
-  text("KORV_SCHEMADIR", schemaDir);
-}
-
-ScanArg::Outcome ScanArg::takeOption(int letter, char* argument) {
-  switch (letter) {
-    case 'C':
-      extraConfigFile = argument;
-      break;
-    case 'D':
-      return define(argument);
-    case 'F':
-      forceFlag = 1;
-      break;
-    case 'I':
-      schemaDir = argument;
-      break;
-    case 'S':
-      server = argument;
-      break;
-    case 'V':
-      fullVersionFlag = 1;
-      break;
-    case 'c':
-      configFile = argument;
-      break;
-    case 'f':
-      inputFile = argument;
-      break;
-    case 'h':
-      helpFlag = 1;
-      break;
-    case 'l':
-      logDevice = argument;
-      break;
-    case 'm':
-      masterDevice = argument;
-      break;
-    case 'v':
-      versionFlag = 1;
-      shortVersionFlag = 1;
-      break;
-    default:
-      return takeNumber(letter, argument);
-  }
-  return Outcome::TAKEN;
-}
-
-ScanArg::Outcome ScanArg::takeNumber(int letter, const char* argument) {
-  const auto outcome = [](bool read) { return read ? Outcome::TAKEN : Outcome::BAD_ARGUMENT; };
-  switch (letter) {
-    case 'N':
-      return outcome(read_number(argument, 0, tconNode));
-    case 'P':
-      return outcome(read_number(argument, 0, tconPort));
-    case 'b':
-      return outcome(read_number(argument, 0, buffers));
-    case 'd':
-      return outcome(read_mask(argument, 16, debugMask, debugMaskFlag));
-    case 'k':
-      return outcome(read_number(argument, 0, key) && read_number(argument, 0, sysKey));
-    case 'n':
-      return outcome(read_node(argument, nodeNo));
-    case 'p':
-      return outcome(read_number(argument, 0, portNo));
-    case 's':
-      return outcome(read_number(argument, 0, startLevel));
-    case 't':
-      return outcome(read_number(argument, 0, timeOut));
-    default:
-      std::printf("opt: %c\n", letter);
-      return Outcome::REFUSED;
+  for (const EnvironmentVariable& variable : environment_variables) {
+    char* const value = std::getenv(variable.name);
+    if (value != nullptr && *value != '\0') variable.take(*this, value);
   }
 }
 
-// The definitions take effect in setVariables; these two have fields of their own as well.
-ScanArg::Outcome ScanArg::define(char* text) {
-  if (text == nullptr) return Outcome::BAD_ARGUMENT;
-  if (definitionCount == max_entries) {
-    std::fprintf(stderr, "More than %d definitions, refused: -D %s\n", max_entries, text);
-    return Outcome::REFUSED;
+// An option that the program declared without an argument has none to show.
+bool ScanArg::takeOption(int letter, char** argv) {
+  const StandardOption* option = findOption(letter);
+  if (option == nullptr) {
+    std::printf("opt: %c\n", letter);
+    return false;
   }
-  definitions[definitionCount++] = text;
-
-  const Definition definition(text);
-  const std::string_view name = definition.name();
-  if (name == "nbuffs" && read_number(definition.value(), 0, buffers)) {
-    if (buffers == 0) --definitionCount;
-  } else if (name == "sqlsub_portno") {
-    read_number(definition.value(), 0, sqlSubPort);
+  if (letter == 'D' && definitionCount == max_entries) {
+    std::fprintf(stderr, "More than %d definitions, refused: -D %s\n", max_entries,
+                 printable(optarg).c_str());
+    return false;
   }
-  return Outcome::TAKEN;
+  if (option->take(*this, optarg)) return true;
+  const std::string name = optarg != nullptr ? argv[optind - 2] : std::string("-") + option->letter;
+  const std::string value = optarg != nullptr ? argv[optind - 1] : "";
+  std::fprintf(stderr, "%s: Error in argument %s %s\n", printable(argv[0]).c_str(),
+               printable(name).c_str(), printable(value).c_str());
+  return false;
 }
 
 int ScanArg::takeOperands(int count, char** words) {
@@ -258,7 +233,7 @@ void ScanArg::setVariables(unsigned char level, Status& status) {
   }
   if (buffers > 0) variables.set("nbuffs", buffers, status);
   if (status.failed()) return pushTraceStatus(&status);
-  if (configFile != nullptr) set_config_file(configFile, status);
+  if (configFile != nullptr) setConfigFile(configFile, status);
   if (status.failed()) return pushTraceStatus(&status);
   if (startLevel >= 0) variables.set("startlevel", startLevel, status);
   if (status.failed()) return pushTraceStatus(&status);
@@ -268,7 +243,10 @@ void ScanArg::setVariables(unsigned char level, Status& status) {
 }
 
 void ScanArg::usage() {
-  usage(optionString != nullptr ? optionString : all_letters);
+  if (optionString != nullptr) return usage(optionString);
+  std::string letters = all_options;
+  std::erase(letters, ':');
+  usage(letters.c_str());
 }
 
 void ScanArg::usage(const char* options) {
@@ -276,17 +254,23 @@ void ScanArg::usage(const char* options) {
   if (options == nullptr) return;
   for (const char* letter = options; *letter != '\0'; ++letter) {
     if (*letter == ':') continue;
-    std::printf("    -%c%c %s\n", *letter, letter[1] == ':' ? ':' : ' ', usage_text(*letter));
+    const StandardOption* option = findOption(*letter);
+    std::printf("    -%c%c %s\n", *letter, letter[1] == ':' ? ':' : ' ',
+                option != nullptr ? option->usage : "?? unknown option ??");
   }
 }
 
 void ScanArg::print() const {
-  std::printf("ScanArg::print -n %d -p %d -c %s -b %d -d 0x%x -N %d -P %d -s %d", nodeNo, portNo,
-              configFile != nullptr ? configFile : "(undefined)", buffers, debugMask, tconNode,
-              tconPort, startLevel);
-  if (logDevice != nullptr) std::printf(" -l %s", logDevice);
-  if (masterDevice != nullptr) std::printf(" -m %s", masterDevice);
-  for (int i = 0; i < definitionCount; ++i) std::printf(" -D %s", definitions[i]);
-  for (int i = 0; i < operandCount; ++i) std::printf(" %s", operands[i]);
+  const auto word = [](const char* before, const char* value) {
+    if (value != nullptr) std::printf("%s%s", before, printable(value).c_str());
+  };
+  std::printf("ScanArg::print -n %d -p %d", nodeNo, portNo);
+  word(" -c ", configFile != nullptr ? configFile : "(undefined)");
+  std::printf(" -b %d -d 0x%x -N %d -P %d -s %d", buffers, debugMask, tconNode, tconPort,
+              startLevel);
+  word(" -l ", logDevice);
+  word(" -m ", masterDevice);
+  for (int i = 0; i < definitionCount; ++i) word(" -D ", definitions[i]);
+  for (int i = 0; i < operandCount; ++i) word(" ", operands[i]);
   std::printf("\n");
 }

@@ -12,6 +12,11 @@ class ScanArg {
  public:
   static constexpr int max_entries = 200;  // of the definitions, and of the operands
 
+  // First in the table of virtual functions. Print the table of the letters on standard output;
+  // without letters that of the last parse.
+  virtual void usage();
+  virtual void usage(const char* options);
+
   virtual ~ScanArg() = default;
 
   // Returns the number of errors, each of which was reported. The variant without options accepts
@@ -19,10 +24,6 @@ class ScanArg {
   // gives keeps its value. A number that the bits of its field cannot hold does not parse.
   int parse(int argc, char** argv);
   int parse(int argc, char** argv, const char* options);
-
-  // Print the table of the letters on standard output; without letters that of the last parse.
-  virtual void usage();
-  virtual void usage(const char* options);
 
   // Carries debug mask, definitions, buffers, config file and start level into the variables, then
   // checks what depends on one another and lets the logger read its configuration again. Stops at
@@ -65,11 +66,7 @@ class ScanArg {
   int refusedOperands = 0;  // how many operands found no place: those words are lost
 
  private:
-  enum class Outcome { TAKEN, BAD_ARGUMENT, REFUSED };
-
   void readEnvironment();
-  Outcome takeOption(int letter, char* argument);
-  Outcome takeNumber(int letter, const char* argument);
-  Outcome define(char* text);
+  bool takeOption(int letter, char** argv);
   int takeOperands(int count, char** words);
 };

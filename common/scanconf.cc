@@ -27,7 +27,7 @@ constexpr std::size_t short_word = 99;
 constexpr std::size_t host_name = 199;
 constexpr std::size_t long_text = 1023;
 
-void log_failure(const char* activity, const char* path, const char* function, int os_error) {
+void logFailure(const char* activity, const char* path, const char* function, int os_error) {
   logLine(LEVEL_WRN, activity + printable(path) + ", " + function + "() failed,Unix errno=" +
                          std::to_string(os_error) + ": " + std::strerror(os_error));
 }
@@ -185,7 +185,7 @@ const LineHandler::Keyword LineHandler::keywords[6] = {
 };
 
 // A pipe is refused as a socket is by the kernel: its writer could keep the reader waiting forever.
-std::FILE* open_without_waiting(const char* path) {
+std::FILE* openWithoutWaiting(const char* path) {
   Descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};
   if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
@@ -198,9 +198,9 @@ std::FILE* open_without_waiting(const char* path) {
   return file;
 }
 
-std::FILE* open_file(const char* path, Status& status, const std::function<void()>& pause) {
+std::FILE* openFile(const char* path, Status& status, const std::function<void()>& pause) {
   for (int attempt = 1;; ++attempt) {
-    std::FILE* file = open_without_waiting(path);
+    std::FILE* file = openWithoutWaiting(path);
     const int error = errno;
     if (file != nullptr) return file;
     logLine(LEVEL_INF, "tried to open:" + printable(path));
@@ -212,14 +212,14 @@ std::FILE* open_file(const char* path, Status& status, const std::function<void(
   }
 }
 
-void close_file(std::FILE* file, const char* path) {
+void closeFile(std::FILE* file, const char* path) {
   if (std::fclose(file) == 0) return;
   const int error = errno;
-  log_failure("error closing:", path, "fclose", error);
+  logFailure("error closing:", path, "fclose", error);
 }
 
 // 0, or the OS error that ended the reading.
-int read_lines(std::FILE* file, ConfigRecord& record, Status& status) {
+int readLines(std::FILE* file, ConfigRecord& record, Status& status) {
   record = ConfigRecord();
   LineSource source(file);
   LineHandler handler(record, status);
@@ -238,11 +238,11 @@ void scanConf(const char* path, ConfigRecord& record, Status& status,
               const std::function<void()>& pause) {
   for (int attempt = 1;; ++attempt) {
     initStatus_s(&status);
-    std::FILE* file = open_file(path, status, pause);
+    std::FILE* file = openFile(path, status, pause);
     if (file == nullptr) return;
-    const int error = read_lines(file, record, status);
-    if (error != 0) log_failure("error reading:", path, "fgets", error);
-    close_file(file, path);
+    const int error = readLines(file, record, status);
+    if (error != 0) logFailure("error reading:", path, "fgets", error);
+    closeFile(file, path);
     if (error == 0) return;
     if (attempt == read_attempts || error == EFBIG) {
       return status.set(SEV_SYSTEMERR, MOX_READ_FAILED, error, {path});

@@ -34,7 +34,7 @@ int get(int key, int size, Status& status, int flags, SourcePosition at = Source
 
 // The size of a segment in bytes, at most what a Size holds; `named` is the parameter of a failure.
 template <class Size>
-Size size_of(int shmid, int named, Status& status, SourcePosition at = SourcePosition::here()) {
+Size sizeOf(int shmid, int named, Status& status, SourcePosition at = SourcePosition::here()) {
   shmid_ds segment{};
   if (shmctl(shmid, IPC_STAT, &segment) != 0) {
     status.set(SEV_SYSTEMERR, MOX_SHM_CONTROL_FAILED, errno, {named}, at);
@@ -46,19 +46,19 @@ Size size_of(int shmid, int named, Status& status, SourcePosition at = SourcePos
 }
 
 // A hole in the kernel's table, or a segment that vanished between two calls.
-bool is_hole(int os_error) {
+bool isHole(int os_error) {
   return os_error == EINVAL || os_error == EIDRM;
 }
 
 // Removes what has just been created; the status keeps the failure that is being reported. Returns
 // the segment when it is still there.
 Segment discard(const Segment& segment) {
-  const bool gone = shmctl(segment.id, IPC_RMID, nullptr) == 0 || is_hole(errno);
+  const bool gone = shmctl(segment.id, IPC_RMID, nullptr) == 0 || isHole(errno);
   return gone ? Segment() : Segment{segment.id, nullptr, Whose::OURS};
 }
 
 // Walks the kernel's table. SHM_STAT_ANY asks for no read permission on the segments.
-bool keys_by_index(std::vector<int>& keys) {
+bool keysByIndex(std::vector<int>& keys) {
   shm_info info{};
   const int highest = shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info));
   if (highest < 0) return false;
@@ -66,7 +66,7 @@ bool keys_by_index(std::vector<int>& keys) {
     shmid_ds segment{};
     if (shmctl(index, SHM_STAT_ANY, &segment) >= 0) {
       keys.push_back(segment.shm_perm.__key);
-    } else if (!is_hole(errno)) {
+    } else if (!isHole(errno)) {
       return false;
     }
   }
@@ -75,7 +75,7 @@ bool keys_by_index(std::vector<int>& keys) {
 }
 
 // For confined processes, to whom the table itself is refused.
-bool keys_from_proc(std::vector<int>& keys) {
+bool keysFromProc(std::vector<int>& keys) {
   std::ifstream table("/proc/sysvipc/shm");
   std::string line;
   if (!std::getline(table, line)) return false;
@@ -87,17 +87,17 @@ bool keys_from_proc(std::vector<int>& keys) {
   return table.eof();
 }
 
-bool all_keys(std::vector<int>& keys) {
-  if (keys_by_index(keys)) return true;
+bool allKeys(std::vector<int>& keys) {
+  if (keysByIndex(keys)) return true;
   keys.clear();
-  return keys_from_proc(keys);
+  return keysFromProc(keys);
 }
 
 }  // namespace
 
 bool sharedKeys(int* keys, unsigned n, unsigned* count) {
   std::vector<int> found;
-  if (!all_keys(found)) return false;
+  if (!allKeys(found)) return false;
   *count = static_cast<unsigned>(found.size());
   if (keys == nullptr || n == 0) return true;
   if (n < found.size()) {
@@ -109,12 +109,12 @@ bool sharedKeys(int* keys, unsigned n, unsigned* count) {
 }
 
 int sharedSize(int shmid, Status& status) {
-  return size_of<int>(shmid, shmid, status);
+  return sizeOf<int>(shmid, shmid, status);
 }
 
 unsigned sharedSizeFromKey(int key, Status& status) {
   const int shmid = get(key, 0, status, 0);
-  return status.failed() ? 0 : size_of<unsigned>(shmid, key, status);
+  return status.failed() ? 0 : sizeOf<unsigned>(shmid, key, status);
 }
 
 int sharedGet(int key, int size, int expected, Status& status, int flags) {

@@ -1,6 +1,6 @@
 // System V shared memory behind status records. Every operation that takes a Status sets it:
 // cleared on success, and on failure to one of the numbers named here with severity 4, the OS error
-// number and one parameter, the key or the identifier. A program that links this room also brings
+// number and one parameter, the key or the identifier. A server locks what is attached with
 // the hooks of common/lockmem.h.
 #pragma once
 

@@ -33,7 +33,7 @@ int priority_of_level[log_level_count] = {not_logged, not_logged, LOG_WARNING, L
 int current_facility = LOG_LOCAL0;
 
 // The C library keeps the pointer that openlog is given.
-std::string& current_ident() {
+std::string& currentIdent() {
   static std::string ident = "KORV";
   return ident;
 }
@@ -72,7 +72,7 @@ void setSyslogFacility(int facility) {
 
 void setSyslogIdent(const std::string& ident) {
   closelog();
-  current_ident() = ident;
+  currentIdent() = ident;
 }
 
 bool findOSloglev(const std::string& name, int& priority) {
@@ -91,7 +91,7 @@ void logSysEvent(LogLevel level, const char* text, Status& status) {
   std::string_view line = text;
   if (line.ends_with('\n')) line.remove_suffix(1);
   const SlowWatch watch;
-  openlog(current_ident().c_str(), LOG_PID, LOG_USER);
+  openlog(currentIdent().c_str(), LOG_PID, LOG_USER);
   syslog(current_facility | priority, "%.*s", static_cast<int>(line.size()), line.data());
   watch.report(stdout, "Event reporting");
 }

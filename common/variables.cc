@@ -55,7 +55,7 @@ Status contradiction(const Order& order) {
   return status;
 }
 
-bool without_effect(const VariableDict& dict, const Dependence& dependence) {
+bool withoutEffect(const VariableDict& dict, const Dependence& dependence) {
   if (!dict.find(dependence.name)->isSet()) return false;
   const std::string& value = dict.find(dependence.on)->text();
   return value == dependence.off_values[0] || value == dependence.off_values[1];
@@ -137,7 +137,7 @@ void VarSet::depend_check() const {
     if (contradict(dict_, order)) logLine(LEVEL_WRN, contradiction(order).getText());
   }
   for (const Dependence& dependence : dependences) {
-    if (!without_effect(dict_, dependence)) continue;
+    if (!withoutEffect(dict_, dependence)) continue;
     logLine(LEVEL_WRN, "Variable \"" + std::string(dependence.name) + "\" has no effect: \"" +
                            dependence.on + "\" is \"" + dict_.find(dependence.on)->text() + "\"");
   }

@@ -4,7 +4,7 @@
 
 namespace {
 
-int bytes_used(const Status& status) {
+int bytesUsed(const Status& status) {
   const char* end = status.params;
   for (int i = 0; i < status.param_count; ++i) end += std::strlen(end) + 1;
   return static_cast<int>(end - status.params);
@@ -56,7 +56,7 @@ void initStatus_s(Status* status) {
 }
 
 int addStatusParam(Status* status, const char* text) {
-  const int used = bytes_used(*status);
+  const int used = bytesUsed(*status);
   auto stored = static_cast<int>(strnlen(text, Status::max_param_bytes));
   if (used + stored + 1 > Status::max_param_bytes) {
     stored = Status::max_param_bytes - 1 - used;

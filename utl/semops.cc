@@ -50,7 +50,7 @@ void map(int semid, int key, int count) {
 
 // How many semaphores the set has: perhaps more than its user asked for, and GETALL and SETALL move
 // a value for each. 0 with errno when it cannot be told.
-std::size_t size_of_set(int semid) {
+std::size_t sizeOfSet(int semid) {
   semid_ds set{};
   semun into{};
   into.buf = &set;
@@ -64,14 +64,14 @@ std::vector<unsigned short> ones(std::int64_t count) {
       static_cast<std::size_t>(std::clamp<std::int64_t>(count, 0, most)), 1);
 }
 
-bool set_all(int semid, std::vector<unsigned short>& values) {
+bool setAll(int semid, std::vector<unsigned short>& values) {
   semun from{};
   from.array = values.data();
   return !values.empty() && semctl(semid, 0, SETALL, from) == 0;
 }
 
 // SEM_UNDO: the kernel gives a mutex back when its holder dies.
-int change_by(Status* status, const MutexRecord& mutex, short amount) {
+int changeBy(Status* status, const MutexRecord& mutex, short amount) {
   sembuf operation{static_cast<unsigned short>(mutex.number), amount, SEM_UNDO};
   if (semop(mapped.semid, &operation, 1) != 0) {
     return fail(status, MOX_SEM_OPERATION_FAILED, errno, mapped.key);
@@ -84,9 +84,9 @@ int change_by(Status* status, const MutexRecord& mutex, short amount) {
 int utlCreateMutex(Status* status, MutexHandle* /*handle*/, int key, int count) {
   map(semget(key, count, IPC_CREAT | permissions), key, count);
   if (mapped.semid < 0) return fail(status, MOX_SEM_CREATE_FAILED, errno, key);
-  const std::size_t size = size_of_set(mapped.semid);
+  const std::size_t size = sizeOfSet(mapped.semid);
   std::vector<unsigned short> values = ones(static_cast<std::int64_t>(size));
-  if (!set_all(mapped.semid, values)) return fail(status, MOX_SEM_OPERATION_FAILED, errno, key);
+  if (!setAll(mapped.semid, values)) return fail(status, MOX_SEM_OPERATION_FAILED, errno, key);
   return clear(status);
 }
 
@@ -98,7 +98,7 @@ Whose utlCreateOwnMutex(Status* status, MutexHandle* /*handle*/, int key, int co
     fail(status, MOX_SEM_CREATE_FAILED, os_error, key);
     return os_error == EEXIST ? Whose::STRANGERS : Whose::NOBODYS;
   }
-  if (set_all(mapped.semid, values)) {
+  if (setAll(mapped.semid, values)) {
     clear(status);
     return Whose::OURS;
   }
@@ -152,7 +152,7 @@ void utlClearMutex(MutexHandle* /*handle*/, pid_t pid) {
 
 int uwtsem(Status* status, MutexRecord* mutex) {
   if (mapped.semid < 0) return clear(status);
-  if (change_by(status, *mutex, -1) != 0) return -1;
+  if (changeBy(status, *mutex, -1) != 0) return -1;
   mutex->who = getpid();
   ++mutex->hold_count;
   return 0;
@@ -166,11 +166,11 @@ int urlsem(Status* status, MutexRecord* mutex) {
     status->abort("urlsem: Mutex reserved by another process");
   }
   mutex->who = 0;
-  return change_by(status, *mutex, 1);
+  return changeBy(status, *mutex, 1);
 }
 
 int ucksem(Status* status, int* state, int* index) {
-  std::vector<unsigned short> values(size_of_set(mapped.semid));
+  std::vector<unsigned short> values(sizeOfSet(mapped.semid));
   semun into{};
   into.array = values.data();
   if (values.empty() || semctl(mapped.semid, 0, GETALL, into) != 0) {

@@ -5,7 +5,7 @@
 namespace {
 
 // The length of the UTF-8 sequence of a printable character at the start of `text`; 0: none.
-std::size_t printable_length(std::string_view text) {
+std::size_t printableLength(std::string_view text) {
   const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned first = byte(0);
   if (first < 0x80) return first >= 0x20 && first != 0x7f ? 1 : 0;
@@ -41,7 +41,7 @@ std::string escaped(unsigned char byte) {
 std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    const std::size_t length = printable_length(text);
+    const std::size_t length = printableLength(text);
     if (length > 0) {
       result += text.substr(0, length);
     } else {

@@ -57,8 +57,8 @@ std::string head(const Status& status) {
   return text;
 }
 
-void append_message(const Status& status, BoundedText& text) {
-  const std::string_view message = message_template(status.number);
+void appendMessage(const Status& status, BoundedText& text) {
+  const std::string_view message = messageTemplate(status.number);
   const std::vector<std::string_view> params = parameters(status);
   std::vector<bool> used(params.size(), false);
 
@@ -87,14 +87,14 @@ std::string position(const char* file, int line) {
   return std::string("[").append(file).append(":").append(std::to_string(line)).append("]");
 }
 
-void append_positions(const Status& status, BoundedText& text) {
+void appendPositions(const Status& status, BoundedText& text) {
   if (status.line != 0) text.append(std::string(" ").append(position(status.file, status.line)));
   for (int i = 0; i < status.trace_count; ++i) {
     text.append(std::string("\n").append(position(status.trace[i].file, status.trace[i].line)));
   }
 }
 
-void copy_bounded(char* to, std::size_t capacity, std::string_view text) {
+void copyBounded(char* to, std::size_t capacity, std::string_view text) {
   const std::size_t length = std::min(text.size(), capacity - 1);
   std::memcpy(to, text.data(), length);
   to[length] = '\0';
@@ -105,18 +105,18 @@ void copy_bounded(char* to, std::size_t capacity, std::string_view text) {
 void utlFormatStatus(Status* status) {
   if (status->text[0] != '\0') return;
   if (status->sqlstate[0] == '\0') {
-    copy_bounded(status->sqlstate, sizeof status->sqlstate, sqlstate_lookup(status->number));
+    copyBounded(status->sqlstate, sizeof status->sqlstate, sqlstate_lookup(status->number));
   }
 
   BoundedText text;
   text.append(head(*status));
-  append_message(*status, text);
+  appendMessage(*status, text);
   const bool error = status->severity != SEV_SUCCESS && status->severity != SEV_WARNING;
-  if (error && fmtstatus_errtrace != 0) append_positions(*status, text);
-  copy_bounded(status->text, sizeof status->text, text.str());
+  if (error && fmtstatus_errtrace != 0) appendPositions(*status, text);
+  copyBounded(status->text, sizeof status->text, text.str());
 
   if (status->os_error != 0 && status->os_text[0] == '\0') {
-    copy_bounded(status->os_text, sizeof status->os_text, std::strerror(status->os_error));
+    copyBounded(status->os_text, sizeof status->os_text, std::strerror(status->os_error));
   }
 }
 
@@ -126,5 +126,5 @@ const char* Status::getText() {
 }
 
 const char* Status::getText(Moxstatus_e number) {
-  return message_template(number);
+  return messageTemplate(number);
 }

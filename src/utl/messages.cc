@@ -1,49 +1,39 @@
 #include "src/utl/messages.h"
 
+#include <algorithm>
 #include <array>
-#include <utility>
+#include <iterator>
 
-#include "errutils/moxstatus.h"
+#include "errutils/moxnumbers.h"
 
 namespace {
 
 struct Message {
   std::int16_t number;
   const char* text;
-  const Message* next = nullptr;  // in the chain
 };
 
-// In ascending order of number.
-constinit Message builtin_messages[] = {
-    {MOX_NORMAL, "Normal successful completion"},
-    {16, "Illegal error message"},
-    {32, "Illegal error message"},
-    {48, "Illegal error message"},
-    {64, "Illegal error message"},
-    {MOX_NO_SUCH_VARIABLE, "No variable with this name"},
-    {MOX_VALUE_OUT_OF_RANGE, "Value \"%1\" of variable \"%2\" is not in the range %3 to %4"},
-    {MOX_VALUE_NOT_ALLOWED, "Value \"%1\" of variable \"%2\" is none of: %3"},
-    {MOX_VALUE_NOT_A_NUMBER, "Value \"%1\" of variable \"%2\" is not a number"},
-    {MOX_VARIABLES_CONTRADICT, "Variables \"%1\" and \"%2\" contradict each other: %3"},
-    {MOX_NO_SPACE_LEFT, "No space left on device"},
-    {MOX_CANNOT_HAPPEN, "It can't happen here"},
-    {MOX_OPEN_FAILED, "Opening file \"%1\" failed, OS status=%i"},
-    {MOX_READ_FAILED, "Reading file \"%1\" failed, OS status=%i"},
-    {MOX_CONTROL_FAILED, "Control operation on file \"%1\" failed, OS status=%i"},
-    {MOX_FILE_OPERATION_FAILED, "Operation on file \"%1\" failed, OS status=%i"},
-    {MOX_SHM_GET_FAILED, "Getting shared memory segment with key \"%1\" failed, OS status=%i"},
-    {MOX_SHM_REMOVE_FAILED, "Removing shared memory segment with key \"%1\" failed, OS status=%i"},
-    {MOX_SHM_ATTACH_FAILED, "Attaching shared memory segment with key \"%1\" failed, OS status=%i"},
-    {MOX_SHM_DETACH_FAILED, "Detaching shared memory segment with key \"%1\" failed, OS status=%i"},
-    {MOX_SHM_CONTROL_FAILED,
-     "Operation on shared memory segment with key \"%1\" failed, OS status=%i"},
-    {MOX_SHM_EXISTS, "Shared memory segment with key \"%1\" exists already"},
-    {MOX_SEM_CREATE_FAILED, "Creating semaphore with key \"%1\" failed, OS status=%i"},
-    {MOX_SEM_OPERATION_FAILED, "Operation on semaphore with key \"%1\" failed, OS status=%i"},
-    {MOX_SEM_REMOVE_FAILED, "Removing semaphore with key \"%1\" failed, OS status=%i"},
-    {MOX_CONFIG_SYNTAX, "Invalid syntax in configuration file"},
-    {MOX_INVALID_OPTION, "Invalid option"},
+constexpr Message builtin_messages[] = {
+#define MOX_MESSAGE(number, name, text) {number, text},
+    MOX_NUMBERS(MOX_MESSAGE)
+#undef MOX_MESSAGE
 };
+
+constexpr bool isBefore(const Message& a, const Message& b) {
+  return a.number < b.number;
+}
+
+constexpr bool isMissing(const Message& message) {
+  return message.text == nullptr || *message.text == '\0';
+}
+
+static_assert(std::adjacent_find(std::begin(builtin_messages), std::end(builtin_messages),
+                                 [](const Message& a, const Message& b) {
+                                   return !isBefore(a, b);
+                                 }) == std::end(builtin_messages),
+              "the rows of MOX_NUMBERS must stand in ascending order of number");
+static_assert(std::none_of(std::begin(builtin_messages), std::end(builtin_messages), isMissing),
+              "a row of MOX_NUMBERS has no text");
 
 struct SqlState {
   std::int32_t number;
@@ -55,39 +45,45 @@ constexpr SqlState sqlstates[] = {
     {0, "00000"}, {160, "23000"}, {176, "02000"}, {192, "01000"}, {208, "40000"}, {216, "40000"},
 };
 
-// One language's messages, in chains by number. Set 0 is the built-in one; a program may bind
-// catalogues in other languages into the others.
+// The messages of one language, in chains by number. A chain is a list of places in the table, each
+// place being 1 above the index, and 0 the end.
 struct MessageSet {
   const char* language = nullptr;
   const char* territory = nullptr;
-  std::array<const Message*, 127> chains{};
+  std::array<std::int16_t, 127> first{};
+  std::array<std::int16_t, std::size(builtin_messages)> next{};
 
-  const Message*& chain_of(std::int16_t number) {
-    return chains[static_cast<std::uint16_t>(number) % chains.size()];
+  static constexpr std::size_t chainOf(std::int16_t number) {
+    return static_cast<std::uint16_t>(number) % 127U;
   }
 };
 
-constinit std::array<MessageSet, 32> message_sets;
+// Bound when the program is compiled, so that a status formatted before main has its text.
+constexpr MessageSet Status_utlInitMessages() {
+  MessageSet set{"en", "us", {}, {}};
+  for (std::size_t i = 0; i < std::size(builtin_messages); ++i) {
+    std::int16_t& head = set.first[MessageSet::chainOf(builtin_messages[i].number)];
+    set.next[i] = head;
+    head = static_cast<std::int16_t>(i + 1);
+  }
+  return set;
+}
 
-[[maybe_unused]] const bool bound_before_main = (Status_utlInitMessages(), true);
+// Set 0 is the built-in language; no other language has texts.
+constexpr std::array<MessageSet, 32> message_sets = {Status_utlInitMessages()};
 
 }  // namespace
 
-void Status_utlInitMessages() {
-  MessageSet& set = message_sets[0];
-  if (set.language != nullptr) return;
-  set.language = "en";
-  set.territory = "us";
-  for (Message& message : builtin_messages) {
-    message.next = std::exchange(set.chain_of(message.number), &message);
-  }
-}
-
-const char* message_template(std::int32_t number) {
+const char* messageTemplate(std::int32_t number) {
   const auto low_bits = static_cast<std::int16_t>(number);
-  const Message* message = message_sets[0].chain_of(low_bits);
-  while (message != nullptr && message->number != low_bits) message = message->next;
-  return message != nullptr ? message->text : "*** Error number not in use";
+  const MessageSet& set = message_sets[0];
+  int place = set.first[MessageSet::chainOf(low_bits)];
+  while (place != 0) {
+    const auto index = static_cast<std::size_t>(place - 1);
+    if (builtin_messages[index].number == low_bits) return builtin_messages[index].text;
+    place = set.next[index];
+  }
+  return "*** Error number not in use";
 }
 
 const char* sqlstate_lookup(std::int32_t number) {
