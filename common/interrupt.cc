@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <bitset>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -37,6 +39,9 @@ extern "C" void noteSignal(int signal, siginfo_t* info, void* /*context*/) {
   alarm(1);
 }
 
+std::array<struct sigaction, _NSIG> before;  // of the signals in `held`
+std::bitset<_NSIG> held;
+
 bool libraryKeeps(int signal) {
   // Between the standard signals and SIGRTMIN lie those that the C library uses itself.
   return signal >= __SIGRTMIN && signal < SIGRTMIN;
@@ -46,17 +51,30 @@ bool libraryKeeps(int signal) {
 
 int holdInterrupts() {
   // Without SA_RESTART: a call that waits for a device or a reader must not outlast the interrupt.
-  struct sigaction held {};
-  held.sa_sigaction = noteSignal;
-  held.sa_flags = SA_SIGINFO;
+  struct sigaction note {};
+  note.sa_sigaction = noteSignal;
+  note.sa_flags = SA_SIGINFO;
   for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-    if (contains(not_held, signal) || libraryKeeps(signal)) continue;
-    struct sigaction present {};
-    if (sigaction(signal, nullptr, &present) != 0) return errno;
-    const bool ignored = present.sa_handler == SIG_IGN;
-    if (!ignored && sigaction(signal, &held, nullptr) != 0) return errno;
+    const auto i = static_cast<std::size_t>(signal);
+    if (held[i] || contains(not_held, signal) || libraryKeeps(signal)) continue;
+    if (sigaction(signal, nullptr, &before[i]) != 0) return errno;
+    if (before[i].sa_handler == SIG_IGN) continue;
+    if (sigaction(signal, &note, nullptr) != 0) return errno;
+    held.set(i);
   }
   return 0;
+}
+
+void releaseInterrupts() {
+  for (std::size_t i = 1; i < held.size(); ++i) {
+    if (held[i]) sigaction(static_cast<int>(i), &before[i], nullptr);
+  }
+  held.reset();
+  const int signal = pending;
+  if (signal == 0) return;
+  alarm(0);
+  pending = 0;
+  std::raise(signal);
 }
 
 int pendingInterrupt() {

@@ -11,6 +11,9 @@
 // of a refusal.
 int holdInterrupts();
 
+// Every signal as it was before holdInterrupts; one that is still pending takes its effect now.
+void releaseInterrupts();
+
 // The signal that arrived last, or 0.
 int pendingInterrupt();
 

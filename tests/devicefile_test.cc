@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "kern/device/devicepath.h"
@@ -28,8 +29,12 @@ TEST(DevicePath, DirnameAndLinks) {
   fs::create_symlink("sub/two", folder / "one");
   fs::create_symlink("../three", folder / "sub/two");
   fs::create_symlink(folder / "gone", folder / "three");
+  fs::create_symlink("ring", folder / "ring");
   int error = -1;
   EXPECT_EQ(resolve_symlink(folder / "one", error), folder / "gone");
+  EXPECT_EQ(error, 0);
+  resolve_symlink(folder / "ring", error);
+  EXPECT_EQ(error, ELOOP);
 }
 
 TEST(DeviceSpace, CountsWhatAFileHoldsAsFree) {
@@ -48,8 +53,16 @@ TEST(DeviceSpace, CountsWhatAFileHoldsAsFree) {
   EXPECT_EQ(space, 1048576U - 303104);
 }
 
-TEST(DeviceSpace, OfADeviceWithoutEnd) {
-  EXPECT_EQ(findsize("/dev/zero"), std::int64_t{1} << 62);
+TEST(DeviceSpace, SizesAreMeasuredWithoutAnyChange) {
+  const TempFolder folder;
+  write_file(folder / "file", std::string(1025, 'x'));
+  EXPECT_EQ(findsize(folder / "file"), 1024);
+  EXPECT_EQ(fs::file_size(folder / "file"), 1025U);
+  EXPECT_EQ(findsize(folder / "absent"), 0);
+  EXPECT_FALSE(fs::exists(folder / "absent"));
+  const DeviceNode endless = zero_node();
+  if (!endless.refusal.empty()) GTEST_SKIP() << "skipped: device node: " << endless.refusal;
+  EXPECT_EQ(findsize(endless.path()), std::int64_t{1} << 62);
 }
 
 TEST(DeviceSpace, PayloadHeaderAndBitmap) {
@@ -70,17 +83,28 @@ TEST(DeviceFile, IsItsOwnersAloneAndSynchronousWhenAsked) {
   syncsz = 32;
 }
 
-TEST(InitState, CleanupLeavesAStrangersFile) {
+TEST(RunState, CleanupLeavesAStrangersFile) {
   const TempFolder folder;
   for (const bool stranger : {false, true}) {
-    clean_name = folder / "device";
-    clean_fd = open(clean_name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
-    ASSERT_GE(clean_fd, 0);
+    open_target(folder / "device");
     if (stranger) fs::rename(folder / "device", folder / "moved");
     if (stranger) write_file(folder / "device", "");
     cleanup();
     EXPECT_EQ(fs::exists(folder / "device"), stranger);
   }
+}
+
+TEST(RunState, CleanupStaysInTheFolderThatWasOpened) {
+  const TempFolder folder;
+  fs::create_directory(folder / "victim");
+  fs::create_directory(folder / "own");
+  open_target(folder / "own/device");
+  fs::rename(folder / "own", folder / "moved");
+  fs::create_directory_symlink("victim", folder / "own");
+  fs::create_hard_link(folder / "moved/device", folder / "victim/device");
+  cleanup();
+  EXPECT_TRUE(fs::exists(folder / "victim/device"));
+  EXPECT_FALSE(fs::exists(folder / "moved/device"));
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 // The device initialiser end to end: what it prints, what it leaves on the device, and what a
 // verification finds in a device that was written by somebody who knows nothing but the layout.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 
@@ -169,11 +174,11 @@ TEST_F(Devinit, VerbositiesOnDataAndLogDevices) {
 
 TEST_F(Devinit, BadInputEndsInOneErrorAndLeavesNothing) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  write_file(folder / "plain", "");
   EXPECT_EQ(run_program({DEVINIT, "-b", "5", "-f", file, "V"}).status, 1);
   const std::string cases[][3] = {
       {"", file, "File not found or no blocks"},
       {"-b -1", file, "File not found or no blocks"},
-      {"-b 99999999999", file, "File not found or no blocks"},
       {"-b 5 -n 9", file, "File number out of range"},
       {"-b 5 -n -1", file, "File number out of range"},
       {"-b 5 -s 3000", file, "Illegal block size"},
@@ -184,14 +189,147 @@ TEST_F(Devinit, BadInputEndsInOneErrorAndLeavesNothing) {
       {"-V", folder / "fifo", "File must be regular file or raw device"},
       {"-V -b 5", file, "open No such file or directory"},
       {"-b 5", folder / "absent/file", "statvfs No such file or directory"},
-      {"-b 5", "/dev/null/file", "Cannot stat"},
-      {"-b 5", "/dev/zero", "Illegal block size"},
-      {"-b 5", "/dev/full", "out of space, wrote 0 B of 40 KB No space left on device"}};
+      {"-b 5", folder / "plain/file", "Cannot stat"}};
   for (const auto& [options, path, error] : cases) {
     const RunResult run = devinit(options, path);
     EXPECT_EQ(run.err, error_line(error)) << options << " " << path;
     EXPECT_EQ(run.status, 1);
     EXPECT_FALSE(fs::exists(file));
+  }
+}
+
+TEST_F(Devinit, CharacterDevicesKeepTheirNode) {
+  const DeviceNode zero = zero_node();
+  const DeviceNode full = full_node();
+  if (!full.refusal.empty()) GTEST_SKIP() << "skipped: device node: " << full.refusal;
+  const std::string cases[][3] = {
+      {zero.path(), "-b 5", "Illegal block size"},
+      {full.path(), "-b 5", "out of space, wrote 0 B of 40 KB No space left on device"},
+      {full.path(), "-b 1 -s 1024", "out of space, wrote 0 B of 1024 B No space left on device"},
+      {full.path(), "-b 128", "out of space, wrote 0 B of 1024 KB No space left on device"},
+      {full.path(), "-b 131073", "out of space, wrote 0 B of 1024 MB No space left on device"}};
+  for (const auto& [path, options, error] : cases) {
+    const RunResult run = devinit(options, path);
+    EXPECT_EQ(run.err, error_line(error)) << options << " " << path;
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(fs::is_character_file(path));
+  }
+}
+
+TEST_F(Devinit, ADeviceThatWasNotFinishedLosesItsHeader) {
+  write_file(file, "");
+  fs::resize_file(file, 4000000);
+  const LoopDevice device(file, 512);
+  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
+  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  for (const char* fault : {"error=EIO", "signal=SIGTERM"}) {
+    bool struck = false;
+    run_with_fault({DEVINIT, "-S", "1", "-b", "400", "-f", device.path()},
+                   {"fdatasync", fault, false}, 2, struck);
+    EXPECT_TRUE(struck);
+    EXPECT_TRUE(fs::is_block_file(device.path()));
+    EXPECT_EQ(read_file(file).substr(8192, 4096), std::string(4096, '\0')) << fault;
+    EXPECT_EQ(read_file(file).substr(12288, 1000), pattern(1000));
+  }
+}
+
+TEST_F(Devinit, ADeviceInUseIsRefusedUntouched) {
+  write_file(file, "");
+  fs::resize_file(file, 4000000);
+  const LoopDevice device(file, 512);
+  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
+  ASSERT_EQ(devinit("-b 10", device.path()).status, 0);
+  const std::string content = read_file(file);
+  // As a mount holds it.
+  const int holder = open(device.path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
+  ASSERT_GE(holder, 0);
+  for (const char* options : {"-b 10", "-b 10000"}) {
+    EXPECT_EQ(
+        devinit(options, device.path()).err,
+        error_line("in use (mounted, swap, part of an array or volume, or being initialized): " +
+                   device.path() + " Device or resource busy"));
+  }
+  EXPECT_EQ(devinit("-V -b 10", device.path()).status, 0);
+  close(holder);
+  EXPECT_TRUE(read_file(file) == content);
+}
+
+TEST_F(Devinit, TheSecondOfTwoInitialisersIsRefused) {
+  write_file(file, "first");
+  const int first = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(first, LOCK_EX), 0);
+  EXPECT_EQ(devinit("-b 10", file).err, error_line("another process is initializing: " + file));
+  EXPECT_EQ(read_file(file), "first");
+  close(first);
+  EXPECT_EQ(devinit("-b 10", file).status, 0);
+}
+
+TEST_F(Devinit, ALinkOfAnotherUserInAFolderOfOthersIsNotFollowed) {
+  write_file(folder / "victim", "x");
+  fs::create_directory(folder / "open");
+  fs::permissions(folder / "open", fs::perms::all);
+  fs::create_symlink("../victim", folder / "open/link");
+  constexpr uid_t stranger = 65534;
+  if (lchown((folder / "open/link").c_str(), stranger, stranger) != 0) {
+    GTEST_SKIP() << "skipped: lchown: " << std::strerror(errno);
+  }
+  for (const char* options : {"-b 10", "-V"}) {
+    EXPECT_EQ(devinit(options, folder / "open/link").err,
+              error_line("open Too many levels of symbolic links"));
+  }
+  EXPECT_EQ(read_file(folder / "victim"), "x");
+  fs::permissions(folder / "open", fs::perms{0755});  // root alone can have put it there
+  EXPECT_EQ(devinit("-b 10", folder / "open/link").status, 0);
+}
+
+TEST_F(Devinit, WhatIsNotReadOfANumberIsTold) {
+  const std::string cases[][3] = {
+      {"-b 10 -s 8192B", "-s '8192B' read as 8192", "of 8192 bytes"},
+      {"-b 10 -n x", "-n 'x' ignored: no number of 32 bits", "number 0"},
+      {"-b 10 -S 9999999999", "-S '9999999999' ignored: no number of 32 bits", "number 0"},
+      {"-b 0x10M", "-b '0x10M' read as 16", "with 16 blocks"}};
+  for (const auto& [options, told, effect] : cases) {
+    const RunResult run = devinit(options, file);
+    EXPECT_EQ(run.err, std::string(DEVINIT ": ").append(told) + "\n");
+    EXPECT_NE(run.out.find(effect), std::string::npos) << run.out;
+    EXPECT_EQ(run.status, 0);
+  }
+}
+
+TEST_F(Devinit, NamesCannotForgeAReport) {
+  const std::string forger = folder / "a\n       0 blocks bad\n\x1b[2J";
+  ASSERT_EQ(devinit("-b 10", forger).status, 0);
+  const RunResult run = devinit("-V -F -b 10", forger);
+  const std::string shown = "\"" + (folder / "a\\n       0 blocks bad\\n\\x1b[2J") + "\"\n";
+  EXPECT_EQ(run.out.find("Verifying device " + shown), 0U) << run.out;
+  EXPECT_NE(run.out.find("Device name          = " + shown), std::string::npos) << run.out;
+  EXPECT_EQ(run.out.find("\n       0 blocks bad"), std::string::npos);
+}
+
+TEST_F(Devinit, AnInheritedNohupHolds) {
+  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  bool struck = false;
+  const RunResult run =
+      run_with_fault({"/bin/sh", "-c", "trap '' HUP; exec \"$0\" -b 10 -f \"$1\"", DEVINIT, file},
+                     {"fsync", "signal=SIGHUP", false}, 1, struck);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_TRUE(fs::exists(file));
+}
+
+// Only what lies on the disk tells whether the last data block was probed at its place.
+TEST_F(Devinit, TheProbeIsTheLastDataBlock) {
+  constexpr std::size_t blocks = 40;
+  write_file(file, "");
+  fs::resize_file(file, 12288 + blocks * 8192);
+  const LoopDevice device(file, 512);
+  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
+  for (const bool log : {true, false}) {
+    fs::resize_file(file, 12288);
+    fs::resize_file(file, 12288 + blocks * 8192);
+    ASSERT_EQ(devinit(log ? "-F -l -b 40" : "-F -b 40", device.path()).status, 0);
+    std::string data(blocks * 8192, '\0');
+    data.replace((blocks - (log ? 1 : 2)) * 8192, 8192, pattern(8192));
+    EXPECT_TRUE(read_file(file).substr(12288) == data) << log;
   }
 }
 
@@ -208,6 +346,10 @@ TEST_F(Devinit, HostileHeaders) {
        "be 31415928)\n"},
       {std::string(40000, '\xff'), "-b 20", "Illegal block size", "Info header offset   = -1\n"},
       {with(284, {'\0', '\x08'}), "-b 20", "Illegal block size", "= 8 bytes\n"},
+      {with(284, {'\0', '\x08'}), "-F -b 20", "", "= 8 bytes\n"},
+      {with(284, {'\0', '\0'}), "-F -b 20", "", "Device verification completed\n"},
+      {with(304, "\x80"), "-F -b 20", "Illegal data blocks offset", ""},
+      {with(304, "\x80"), "-F", "", "Device verification completed\n"},
       {with(304, "\x80"), "-b 20", "Illegal data blocks offset", "= -9223372036854763520\n\n"},
       {with(304, std::string(4, '\x7f')), "-b 20", "Read failed", ""},
       {with(304, std::string(7, '\0') + '\x01'), "-b 20", "", "Info header size     = -8191\n"},

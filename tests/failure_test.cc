@@ -153,7 +153,9 @@ TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
   const Command initialise = {DEVINIT, "-p", "-b", "1100", "-s", "1024", "-S", "1", "-f", file};
   const std::string content = [&] {
     run_program(initialise);
-    return read_file(file);
+    std::string bytes = read_file(file);
+    fs::remove(file);
+    return bytes;
   }();
   const auto same_format = [&](const std::string& device) {  // the creation time apart
     return device.size() == content.size() && device.substr(8204) == content.substr(8204);

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <climits>
 
-#include "common/base/links.h"
+#include "common/base/pathwalk.h"
 
 std::string resolve_symlink(const std::string& path, int& error) {
   std::string at = path;

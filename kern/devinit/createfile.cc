@@ -1,7 +1,5 @@
 #include "kern/devinit/createfile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 
 #include <algorithm>
@@ -9,8 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "kern/device/devicefile.h"
-#include "kern/device/devicepath.h"
 #include "kern/device/settings.h"
 #include "kern/devinit/headerreport.h"
 #include "kern/devinit/runstate.h"
@@ -47,32 +43,14 @@ void stamp_time(DiskInfo& info) {
   info.microseconds = static_cast<std::uint32_t>(now.tv_usec);
 }
 
-void refuse_unusable(mode_t mode) {
-  if (unusable_kind(mode) != 0) devinit_fail("File must be regular file or raw device");
-}
-
-// Never waits for the other end of a FIFO: the kind is looked at before the open, which would fail
-// in other words, and after it, when the path may have changed.
-void open_device(const char* path) {
-  struct stat status {};
-  if (stat(path, &status) == 0) refuse_unusable(status.st_mode);
-  int error = 0;
-  clean_name = resolve_symlink(path, error);  // before there is anything to clean up
-  const int fd = open(path, device_open_flags() | O_NONBLOCK, 0600);
-  if (fd < 0) devinit_fail("open", errno);
-  clean_fd = fd;
-  if (fstat(fd, &status) != 0) devinit_fail("fstat", errno);
-  refuse_unusable(status.st_mode);
-  const int flags = fcntl(fd, F_GETFL);
-  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) devinit_fail("fcntl", errno);
-}
-
 void write_header(DirectFile& file, const DiskInfo& info, unsigned char* region) {
   std::fill_n(region, DiskInfo::current_header_region, static_cast<unsigned char>(0));
   info.put(region);
   const ssize_t written =
       file.write(region, DiskInfo::current_header_region, DiskInfo::current_header_offset);
-  if (written != DiskInfo::current_header_region) crashwriting(errno);
+  const int error = errno;
+  if (written > 0) guard_content();
+  if (written != DiskInfo::current_header_region) crashwriting(error);
 }
 
 void read_region(DirectFile& file, unsigned char* region, unsigned size, std::uint64_t offset) {
@@ -104,12 +82,13 @@ DirectFile create_file(const Options& options, unsigned char* region, DiskInfo& 
     refuse_illegal_request(options);
     stamp_time(info);
     totdevsize = std::uint64_t{info.blocks} * info.block_size;
+    refuse_held_device(options.file);
     if (!has_space(options.file, totdevsize + info.data_blocks_offset)) {
       devinit_fail("Not enough space on disk");
     }
   }
   checkpoint();
-  open_device(options.file);
+  open_target(options.file);
   DirectFile file(clean_fd);
   if (readVerify == 0) write_header(file, info, region);
   read_region(file, region, DiskInfo::current_header_region, DiskInfo::current_header_offset);
@@ -118,9 +97,10 @@ DirectFile create_file(const Options& options, unsigned char* region, DiskInfo& 
     judge_found_header(file, region, info);
   } else if (info.flip != info.flop) {
     devinit_fail("fileInfo.flip != fileInfo.flop");
+  } else {
+    refuse_block_size(info);  // /dev/zero accepts the header and returns zeros
+    refuse_offsets(info);
   }
-  // /dev/zero accepts the header and returns zeros.
-  refuse_impossible_geometry(info);
   info.bitmap_switch = 1;  // stored as 0, yet every data device has its bitmap
   return file;
 }

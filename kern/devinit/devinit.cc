@@ -1,16 +1,16 @@
 #include "kern/devinit/devinit.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <new>
 
+#include "common/base/printable.h"
 #include "common/interrupt.h"
 #include "kern/device/settings.h"
 #include "kern/devinit/createfile.h"
+#include "kern/devinit/headerreport.h"
 #include "kern/devinit/memory.h"
 #include "kern/devinit/options.h"
 #include "kern/devinit/readblocks.h"
@@ -22,10 +22,11 @@ namespace {
 
 void announce(const Options& options) {
   if (readVerify != 0) {
-    std::printf("Verifying device \"%s\"\n", options.file);
+    std::printf("Verifying device \"%s\"\n", printable(options.file).c_str());
   } else {
     std::printf("Initializing device \"%s\"\n  as number %d with %d blocks of %" PRId64 " bytes\n",
-                options.file, options.device_number, options.blocks, options.block_size);
+                printable(options.file).c_str(), options.device_number, options.blocks,
+                options.block_size);
   }
 }
 
@@ -91,13 +92,13 @@ void initialize(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers
   if (info.is_data_device()) write_bitmap(file, info, buffers);
 }
 
+// A header that was found may hold any geometry: what has to be read must lie within reach, and
+// nothing divides by a block size that no block can have.
 void verify(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,
             const Options& options) {
-  if (!info.is_data_device()) {
-    if (!options.fast) verify_data_blocks(file, buffers, info, nullptr);
-    return;
-  }
-  const Memory bitmap = read_bitmap(file, info, buffers);
+  if (!options.fast) refuse_block_size(info);
+  if (!options.fast || info.bitmap_block_count() > 0) refuse_offsets(info);
+  const Memory bitmap = info.is_data_device() ? read_bitmap(file, info, buffers) : Memory();
   if (!options.fast) verify_data_blocks(file, buffers, info, bitmap.bytes());
 }
 
@@ -105,12 +106,7 @@ void sync_and_close(DirectFile& file) {
   if (readVerify == 0) {
     if (const int error = file.sync(); error != 0) devinit_fail("fsync", error);
   }
-  // The close of a duplicate tells of errors while there still is a descriptor to clean up with.
-  const int duplicate = dup(clean_fd);
-  if (duplicate < 0 || close(duplicate) != 0) devinit_fail("close", errno);
-  close(clean_fd);
-  clean_fd = -1;
-  clean_name.clear();
+  if (const int error = release_file(); error != 0) devinit_fail("close", error);
 }
 
 // A good device whose report was lost is no success: nobody could tell it from another.
@@ -144,12 +140,15 @@ int run(int argc, char** argv) {
   sync_and_close(file);
   std::printf("Device %s\n",
               readVerify != 0 ? "verification completed" : "initialized successfully");
-  return finish_report();
+  const int status = finish_report();
+  releaseInterrupts();
+  return status;
 }
 
 }  // namespace
 
 int devinit(int argc, char** argv) {
+  reset_run();
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {

@@ -2,5 +2,5 @@
 #pragma once
 
 // Reports on standard output, errors on standard error. Returns the exit status; an error ends the
-// process with status 1, an interrupting signal with that signal. Once per process.
+// process with status 1, an interrupting signal with that signal. Every call starts afresh.
 int devinit(int argc, char** argv);

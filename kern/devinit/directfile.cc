@@ -54,6 +54,11 @@ int DirectFile::sync() {
   return fsync(fd_) != 0 ? errno : 0;
 }
 
+int DirectFile::drop_cache() {
+  if (const int error = sync_data(); error != 0) return error;
+  return posix_fadvise(fd_, 0, 0, POSIX_FADV_DONTNEED);
+}
+
 // A file system may refuse at the transfer only, also its rest after a partial one.
 template <class Transfer>
 ssize_t DirectFile::move(const void* buf, unsigned n, long long offset, Transfer transfer) {

@@ -15,6 +15,9 @@ class DirectFile {
   // Return 0 or the errno.
   int sync_data();
   int sync();
+  // From now on reads come from the device, also where direct I/O is left out: writes the cache
+  // back and drops it.
+  int drop_cache();
 
  private:
   template <class Transfer>

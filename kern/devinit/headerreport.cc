@@ -2,8 +2,11 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <string_view>
 
+#include "common/base/printable.h"
 #include "kern/devinit/runstate.h"
 
 namespace {
@@ -25,7 +28,8 @@ void print_timestamp(const DiskInfo& info) {
   localtime_r(&seconds, &local);
   char text[80];
   if (std::strftime(text, sizeof text, "%c %Z", &local) == 0) text[0] = '\0';
-  std::printf("Timestamp            = %s (hash = 0x%08x)\n", text, info.timestamp_hash());
+  std::printf("Timestamp            = %s (hash = 0x%08x)\n", printable(text).c_str(),
+              info.timestamp_hash());
 }
 
 }  // namespace
@@ -40,8 +44,8 @@ void report_header(const DiskInfo& info) {
   std::printf("Block size           = %d bytes\n", info.block_size);
   std::printf("Device number        = %d\n", info.device_number);
   std::printf("Device type          = %s device\n", info.is_data_device() ? "data" : "log");
-  std::printf("Device name          = \"%.*s\"\n", static_cast<int>(DiskInfo::name_size),
-              info.name);
+  const std::string_view name(info.name, strnlen(info.name, DiskInfo::name_size));
+  std::printf("Device name          = \"%s\"\n", printable(name).c_str());
   std::printf("Disk based recovery  = %d\n", info.disk_based_recovery);
   print_timestamp(info);
   std::printf("Info header offset   = %" PRId64 "\n",
@@ -53,7 +57,10 @@ void report_header(const DiskInfo& info) {
   flush_report();
 }
 
-void refuse_impossible_geometry(const DiskInfo& info) {
+void refuse_block_size(const DiskInfo& info) {
   if (!info.has_possible_block_size()) devinit_fail("Illegal block size");
+}
+
+void refuse_offsets(const DiskInfo& info) {
   if (!info.has_possible_offsets()) devinit_fail("Illegal data blocks offset");
 }

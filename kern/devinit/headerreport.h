@@ -3,9 +3,10 @@
 
 #include "kern/device/diskinfo.h"
 
-// Complaints about guard words, then the report of every field. `info` may hold whatever was read.
+// Complaints about guard words, then the report of every field. `info` may hold whatever was read;
+// what is unprintable in its name is escaped.
 void report_header(const DiskInfo& info);
 
-// Ends the run in an error when no block of such a device can be looked for: a block size that
-// holds no stamp, offsets beyond 2^63.
-void refuse_impossible_geometry(const DiskInfo& info);
+// End the run in an error when blocks can carry no stamps, or lie beyond offsets of 2^63.
+void refuse_block_size(const DiskInfo& info);
+void refuse_offsets(const DiskInfo& info);

@@ -9,6 +9,7 @@
 // error.
 class Memory {
  public:
+  Memory() = default;  // none
   explicit Memory(std::size_t bytes);
   Memory(Memory&& other) noexcept;
   Memory& operator=(Memory&&) = delete;

@@ -2,11 +2,12 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 
+#include "common/base/number.h"
+#include "common/base/printable.h"
 #include "common/releaseinfo.h"
 #include "kern/device/settings.h"
 #include "kern/devinit/runstate.h"
@@ -15,32 +16,33 @@ namespace {
 
 constexpr int program_number = 16;
 
-// Decimal, octal with a leading 0 or hexadecimal with 0x; what is no such number, or none of 32
-// bits, leaves the value as it is.
+// What is no number, or none of 32 bits, leaves the value as it is.
 template <class Integer>
-void scan_integer(const char* text, Integer& value) {
-  char* end = nullptr;
-  errno = 0;
-  const long number = std::strtol(text, &end, 0);
-  if (end != text && errno == 0 && number >= INT_MIN && number <= INT_MAX) {
-    value = static_cast<Integer>(number);
-  }
+void read_number(int letter, const char* program, Integer& value) {
+  const auto number = readNumber(optarg);
+  const bool usable = number && number->isWithin(INT_MIN, INT_MAX);
+  if (usable) value = static_cast<Integer>(number->value);
+  if (usable && number->isWhole()) return;
+  const std::string outcome =
+      usable ? "read as " + std::to_string(number->value) : "ignored: no number of 32 bits";
+  (void)std::fprintf(stderr, "%s: -%c '%s' %s\n", printable(program).c_str(), letter,
+                     printable(optarg).c_str(), outcome.c_str());
 }
 
-void set_option(int letter, Options& options) {
+void set_option(int letter, const char* program, Options& options) {
   switch (letter) {
     case 'b':
-      scan_integer(optarg, options.blocks);
+      read_number(letter, program, options.blocks);
       break;
     case 'f':
       options.file = optarg;
       break;
     case 's':
-      scan_integer(optarg, options.block_size);
+      read_number(letter, program, options.block_size);
       options.block_size = (options.block_size + 3) / 4 * 4;
       break;
     case 'n':
-      scan_integer(optarg, options.device_number);
+      read_number(letter, program, options.device_number);
       break;
     case 'l':
       options.log_device = true;
@@ -58,7 +60,7 @@ void set_option(int letter, Options& options) {
       nodio = 1;
       break;
     case 'S':
-      scan_integer(optarg, syncsz);
+      read_number(letter, program, syncsz);
       break;
     default:  // -m and -N say nothing any more
       break;
@@ -78,11 +80,12 @@ OptionsResult parse_options(int argc, char** argv, Options& options) {
       printVersionInfo(stdout, program_number);
       if (argc == 2) return OptionsResult::DONE;
     }
-    set_option(letter, options);
+    set_option(letter, argv[0], options);
   }
   if (optind < argc) {
-    // A forgotten dash must not turn a verification into an initialisation.
-    (void)std::fprintf(stderr, "%s: unexpected argument '%s'\n", argv[0], argv[optind]);
+    // "devinit -b 5 -f FILE V" was meant to verify, and must not initialize the file.
+    (void)std::fprintf(stderr, "%s: unexpected argument '%s'\n", printable(argv[0]).c_str(),
+                       printable(argv[optind]).c_str());
     usage(argv[0]);
     return OptionsResult::WRONG;
   }
@@ -97,5 +100,5 @@ void usage(const char* program) {
       "       [-l (is logdisk)] [-F (fast)] [-p (paranoid)]\n"
       "       [-D (disable direct I/O)] [-S disk-sync-size (MB)]\n"
       "       [-V (verify device)] -f file \n",
-      program);
+      printable(program).c_str());
 }

@@ -16,7 +16,8 @@ struct Options {
 enum class OptionsResult { RUN, DONE, WRONG };
 
 // Fills the options, and the settings `syncsz`, `nodio` and `readVerify`. Answers the requests for
-// usage and release information. WRONG: something was given that is no option, and has been told.
+// usage and release information. Names on standard error what it did not read: an argument that is
+// no number to its end, and, with the result WRONG, what is no option.
 OptionsResult parse_options(int argc, char** argv, Options& options);
 
 void usage(const char* program);

@@ -115,6 +115,7 @@ class Verifier {
 }  // namespace
 
 void compare_data_blocks(DirectFile& file, const IoBuffers& buffers, const DiskInfo& info) {
+  if (const int error = file.drop_cache(); error != 0) devinit_fail("posix_fadvise", error);
   std::printf("Read and compare");
   Progress progress(readVerify);
   read_chunks(file, buffers, info, progress, [&](std::uint64_t, std::uint64_t count) {

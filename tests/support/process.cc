@@ -12,10 +12,7 @@
 namespace {
 
 [[noreturn]] void become(const std::vector<std::string>& argv,
-                         const std::vector<std::string>& extra_environment, int out, int err) {
-  dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-  dup2(out, STDOUT_FILENO);
-  dup2(err, STDERR_FILENO);
+                         const std::vector<std::string>& extra_environment) {
   for (const std::string& entry : extra_environment) putenv(const_cast<char*>(entry.c_str()));
   std::vector<char*> words;
   for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
@@ -35,17 +32,28 @@ std::string taken(int file) {
 
 }  // namespace
 
-RunResult run_program(const std::vector<std::string>& argv,
-                      const std::vector<std::string>& extra_environment) {
+RunResult run_function(const std::function<int()>& code) {
   const int out = memfd_create("stdout", MFD_CLOEXEC);
   const int err = memfd_create("stderr", MFD_CLOEXEC);
   if (out < 0 || err < 0) throw std::runtime_error("memfd_create");
   const pid_t child = fork();
-  if (child == 0) become(argv, extra_environment, out, err);
+  if (child == 0) {
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    const int status = code();
+    std::fflush(stdout);
+    _exit(status);
+  }
   int wait_status = 0;
   if (waitpid(child, &wait_status, 0) != child) throw std::runtime_error("waitpid");
   RunResult result{taken(out), taken(err)};
   if (WIFEXITED(wait_status)) result.status = WEXITSTATUS(wait_status);
   if (WIFSIGNALED(wait_status)) result.signal = WTERMSIG(wait_status);
   return result;
+}
+
+RunResult run_program(const std::vector<std::string>& argv,
+                      const std::vector<std::string>& extra_environment) {
+  return run_function([&]() -> int { become(argv, extra_environment); });
 }

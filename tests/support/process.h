@@ -1,6 +1,7 @@
 // Runs a program to its end and hands back all that it said, for the end-to-end tests.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,3 +16,6 @@ struct RunResult {
 // "NAME=value" entries put over it. Standard input is empty.
 RunResult run_program(const std::vector<std::string>& argv,
                       const std::vector<std::string>& extra_environment = {});
+
+// Runs the code in a process of its own, which ends with the status that it returns.
+RunResult run_function(const std::function<int()>& code);

@@ -8,6 +8,8 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 
 class TempFolder {
@@ -48,7 +51,31 @@ class SmallFileSystem : public TempFolder {
   std::string refusal;
 };
 
-// A block device over an existing file.
+// A device node of the test's own, which only a test that runs as root can make. Its folder goes
+// away with the object, unless the node was removed before.
+class DeviceNode : public TempFolder {
+ public:
+  DeviceNode(mode_t kind, unsigned major_number, unsigned minor_number) {
+    const bool made = mknod(path().c_str(), kind | 0600, makedev(major_number, minor_number)) == 0;
+    const int fd = made ? open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+    if (fd < 0) refusal = std::strerror(errno);
+    close(fd);
+  }
+
+  std::string path() const { return *this / "node"; }
+
+  std::string refusal;
+};
+
+// Like /dev/zero and /dev/full.
+inline DeviceNode zero_node() {
+  return {S_IFCHR, 1, 5};
+}
+inline DeviceNode full_node() {
+  return {S_IFCHR, 1, 7};
+}
+
+// A block device over an existing file, with a node of its own.
 class LoopDevice {
  public:
   LoopDevice(const std::string& file, unsigned sector_size) {
@@ -61,8 +88,10 @@ class LoopDevice {
     // Another process may take the free device between the two calls.
     for (int tries = 0; tries < 20 && !attached; ++tries) {
       if (fd_ >= 0) close(fd_);
-      path_ = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
-      fd_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+      constexpr unsigned loop_major = 7;
+      const int number = ioctl(control, LOOP_CTL_GET_FREE);
+      node_.emplace(S_IFBLK, loop_major, static_cast<unsigned>(number));
+      fd_ = open(path().c_str(), O_RDWR | O_CLOEXEC);
       attached = fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0;
     }
     if (!attached) refusal = std::strerror(errno);
@@ -73,12 +102,12 @@ class LoopDevice {
   LoopDevice& operator=(const LoopDevice&) = delete;
   ~LoopDevice() { close(fd_); }
 
-  const std::string& path() const { return path_; }
+  std::string path() const { return node_->path(); }
 
   std::string refusal;
 
  private:
-  std::string path_;
+  std::optional<DeviceNode> node_;
   int fd_ = -1;
 };
 

@@ -1,0 +1,29 @@
+// Follows a path one component at a time, each relative to the open folder before it, so that
+// nothing can be exchanged between a check and its use: for files that root creates, empties or
+// removes in folders where others may write.
+//   const PathEnd end = walkPath(path, trustedLink);
+//   if (end.folder) fd = openat(end.folder.get(), end.name.c_str(), O_NOFOLLOW | ...);
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "common/base/descriptor.h"
+
+constexpr int max_links = 40;  // in one path, as many as the kernel follows
+
+struct PathEnd {
+  Descriptor folder{};  // opened with O_PATH; none with errno: ELOOP for a link that is not followed
+  std::string name;     // the last component in that folder: missing, or no link
+};
+
+// Whether the link, found in the folder, is to be followed.
+using LinkRule = bool (*)(const struct stat& folder, const struct stat& link);
+
+// The folder belongs to root or the caller, and nobody else can write to it.
+bool linkInSafeFolder(const struct stat& folder, const struct stat& link);
+// Or the link itself belongs to root or the caller.
+bool trustedLink(const struct stat& folder, const struct stat& link);
+
+PathEnd walkPath(const std::string& path, LinkRule may_follow);

@@ -1,0 +1,175 @@
+// The device initialiser as a function, with its system calls in the test's hands: what it retries,
+// what it does another way, and which failures it must not pass over.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "kern/device/transfer.h"
+#include "kern/devinit/devinit.h"
+#include "kern/devinit/target.h"
+#include "tests/support/calls.h"
+#include "tests/support/device_image.h"
+#include "tests/support/process.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Calls devinit in this process with the words of a command line.
+int call_devinit(const std::string& options) {
+  std::istringstream stream("devinit " + options);
+  std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  return devinit(static_cast<int>(words.size()), argv.data());
+}
+
+class DevinitCalls : public testing::Test {
+ protected:
+  RunResult run(const std::string& options, CallHook hook = nullptr) const {
+    return run_function([&] {
+      call_hook = std::move(hook);
+      return call_devinit(options + " -f " + file);
+    });
+  }
+
+  static std::optional<long> fail(int error) {
+    errno = error;
+    return -1;
+  }
+
+  const TempFolder folder;
+  const std::string file = folder / "device";
+};
+
+TEST_F(DevinitCalls, EveryCallStartsAfresh) {
+  const RunResult result = run_function([this] {
+    const std::string file_word = " -f " + file;
+    call_devinit("-D -S -1 -b 300" + file_word);
+    call_devinit("-V -V -F -b 300" + file_word);
+    signal(SIGTERM, SIG_DFL);
+    const int status = call_devinit("-b 200 -p" + file_word);
+    struct sigaction present {};
+    sigaction(SIGTERM, nullptr, &present);
+    return status == 0 && present.sa_handler == SIG_DFL ? 0 : 1;
+  });
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.status, 0);
+  const std::string last = result.out.substr(result.out.rfind("Initializing"));
+  EXPECT_NE(last.find("with 200 blocks"), std::string::npos) << last;
+  EXPECT_NE(last.find("Read and compare"), std::string::npos) << last;
+  EXPECT_EQ(fs::file_size(file), 12288U + 200 * 8192);
+}
+
+TEST_F(DevinitCalls, ASignalAfterTheEndHasItsUsualEffect) {
+  const RunResult result = run("-b 10", [](const Call& call) -> std::optional<long> {
+    if (call.name == "fsync") raise(SIGTERM);
+    return {};
+  });
+  EXPECT_EQ(result.signal, SIGTERM);
+  EXPECT_NE(result.out.find("Device initialized successfully"), std::string::npos);
+  EXPECT_TRUE(fs::exists(file));
+}
+
+TEST_F(DevinitCalls, InterruptedTransfersAreRetriedNinetyNineTimes) {
+  for (const char* transfer : {"pwrite", "pread"}) {
+    for (const int interruptions : {99, 100}) {
+      SCOPED_TRACE(std::string(transfer) + " " + std::to_string(interruptions));
+      const RunResult result = run("-b 10 -p", [&, left = interruptions](const Call& call) mutable {
+        return call.name == transfer && left-- > 0 ? fail(EINTR) : std::nullopt;
+      });
+      EXPECT_EQ(result.status, interruptions == 99 ? 0 : 1) << result.err;
+    }
+  }
+}
+
+TEST_F(DevinitCalls, APartialTransferIsContinued) {
+  const RunResult result = run("-b 300 -p", [](const Call& call) -> std::optional<long> {
+    if (call.name == "pwrite" && call.bytes > 4096) {
+      return syscall(SYS_pwrite64, call.fd, call.buffer, 4096, call.offset);
+    }
+    if (call.name == "pread" && call.bytes > 4096) {
+      return syscall(SYS_pread64, call.fd, call.buffer, 4096, call.offset);
+    }
+    return {};
+  });
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(read_file(file).substr(12288, 299 * 8192) == pattern(299 * 8192));
+}
+
+TEST_F(DevinitCalls, WhatDirectTransfersRefuseGoesThroughTheCache) {
+  const RunResult result = run("-b 300 -p", [](const Call& call) {
+    const bool transfer = call.name == "pwrite" || call.name == "pread";
+    const bool direct = transfer && (fcntl(call.fd, F_GETFL) & O_DIRECT) != 0;
+    return direct ? fail(EINVAL) : std::nullopt;
+  });
+  EXPECT_EQ(result.err, "");
+  EXPECT_TRUE(read_file(file).substr(12288, 299 * 8192) == pattern(299 * 8192));
+}
+
+TEST_F(DevinitCalls, FailuresOfTheDiskAreErrors) {
+  const struct {
+    const char* call;
+    int error;
+    const char* text;
+  } cases[] = {{"fsync", EIO, "fsync Input/output error"},
+               {"fdatasync", EDQUOT, "fdatasync Disk quota exceeded"},
+               {"pread", EIO, "verify header Input/output error"},
+               {"pwrite", EIO, "out of space, wrote 0 B of 9 MB Input/output error"}};
+  for (const auto& [name, error, text] : cases) {
+    const RunResult result = run("-S 1 -b 1200", [&, name = name, error = error](const Call& call) {
+      return call.name == name ? fail(error) : std::nullopt;
+    });
+    EXPECT_EQ(result.err.find("\nDEVINIT-ERROR: " + std::string(text) + "\n"), 0U) << result.err;
+    EXPECT_EQ(result.status, 1);
+    EXPECT_FALSE(fs::exists(file));
+  }
+}
+
+// Plants a fault on the disk when the cache is dropped, that is after the writing and before the
+// comparison.
+TEST_F(DevinitCalls, TheComparisonLooksAtEveryByteOnTheDisk) {
+  constexpr long long last = 300LL * 8192 - 1;
+  for (const char* options : {"-l -p -b 300", "-l -p -D -b 300"}) {
+    for (const long long place : {0LL, 8191LL, 8192LL, 1048575LL, 1048576LL, last}) {
+      bool dropped = false;
+      const RunResult result = run(options, [&](const Call& call) -> std::optional<long> {
+        if (call.name == "posix_fadvise" && !dropped) {
+          dropped = true;
+          put_at(file, 12288 + place, "\xa5");
+        }
+        return {};
+      });
+      EXPECT_EQ(result.err, "\nDEVINIT-ERROR: verify block\n") << options << " " << place;
+      EXPECT_FALSE(fs::exists(file));
+    }
+  }
+}
+
+TEST_F(DevinitCalls, OnlyWhatIsFreeToAllUsersIsSpace) {
+  call_hook = [](const Call& call) -> std::optional<long> {
+    auto* status = static_cast<struct statvfs64*>(call.buffer);
+    if (call.name != "statvfs") return {};
+    *status = {};
+    status->f_bsize = 65536;
+    status->f_frsize = 1024;
+    status->f_bfree = 1000;
+    status->f_bavail = 10;
+    return 0;
+  };
+  EXPECT_TRUE(has_space(file, 10240));
+  EXPECT_FALSE(has_space(file, 10241));
+  call_hook = nullptr;
+}
+
+}  // namespace

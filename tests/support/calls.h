@@ -1,0 +1,21 @@
+// Puts the system calls that the tested code makes through the C library into a test's hands. Used
+// by adding calls.cc to the sources of the test.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+struct Call {
+  std::string_view name;  // "pwrite", "pread", "fdatasync", "fsync", "posix_fadvise", "statvfs"
+  int fd;                 // -1 for statvfs
+  void* buffer;           // of a transfer, or the result of statvfs
+  std::size_t bytes;
+  long long offset;
+};
+
+// What the call returns without being made, with the errno that the hook set; or nothing, and the
+// call is made.
+using CallHook = std::function<std::optional<long>(const Call&)>;
+extern CallHook call_hook;
