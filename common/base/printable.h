@@ -8,3 +8,6 @@
 
 // Control characters and bytes that are no UTF-8 become "\n", "\t", "\r" or "\x1b".
 std::string printable(std::string_view text);
+
+// The length in bytes of the UTF-8 sequence at the start of `text`; 0: there is none.
+std::size_t utf8Length(std::string_view text);

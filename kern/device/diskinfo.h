@@ -62,6 +62,8 @@ struct DiskInfo {
   const unsigned char* get(const unsigned char* buffer);
 
   bool is_data_device() const { return device_type == 0; }
+  // False when the write of the header was torn.
+  bool guards_agree() const { return flip == flop || flip == second_flop; }
   std::uint64_t bitmap_block_count() const;
   std::uint64_t data_block_count() const { return blocks - bitmap_block_count(); }
   // Where the bitmap begins: behind the data blocks, in bytes.

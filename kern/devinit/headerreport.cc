@@ -35,7 +35,7 @@ void print_timestamp(const DiskInfo& info) {
 }  // namespace
 
 void report_header(const DiskInfo& info) {
-  if (info.flip != info.flop && info.flip != info.second_flop) {
+  if (!info.guards_agree()) {
     std::printf("Flip/flop don't match, device probably uninitialized\n");
   }
   print_signature(info.signature);

@@ -8,14 +8,18 @@
 
 namespace resmgr {
 
-void crash(const syntax_error& mistake) {
-  if (!mistake.reason.empty()) say("Error: %s\n", mistake.reason.c_str());
-  say("Error: %s\n", printable(mistake.not_understood).c_str());
+std::string describe(const syntax_error& mistake) {
+  const auto error_line = [](const std::string& text) { return "Error: " + text + "\n"; };
   const std::string read = printable(mistake.read);
-  say("%s\n", read.c_str());
   // An escaped character is wider than itself.
   const std::size_t columns = std::max<std::size_t>(mistake.read.size(), 1) - 1;
-  say("%s^\n", std::string(columns + read.size() - mistake.read.size(), ' ').c_str());
+  const std::string caret(columns + read.size() - mistake.read.size(), ' ');
+  return (mistake.reason.empty() ? "" : error_line(mistake.reason)) +
+         error_line(printable(mistake.not_understood)) + read + "\n" + caret + "^\n";
+}
+
+void crash(const syntax_error& mistake) {
+  say("%s", describe(mistake).c_str());
   usage();
   crash();
 }

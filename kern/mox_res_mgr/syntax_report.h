@@ -1,12 +1,17 @@
-// What the user of mox_res_mgr sees of a syntax error.
+// What a user sees of a syntax error.
 #pragma once
+
+#include <string>
 
 #include "kern/mox_res_mgr/lexer.h"
 
 namespace resmgr {
 
-// Prints the reason if there is one, what was not understood, the text read so far with a caret
-// under its last character, and the usage text, and ends the process with status 1.
+// The reason if there is one, what was not understood, and the text read so far with a caret under
+// its last character: lines, each with its end.
+std::string describe(const syntax_error& mistake);
+
+// Prints this description and the usage text, and ends the process with status 1.
 [[noreturn]] void crash(const syntax_error& mistake);
 
 }  // namespace resmgr

@@ -41,6 +41,8 @@ class shm_undo_op : public undo_op {
     segid_ = segid;
     address_ = address;
   }
+  std::int32_t id() const { return segid_; }
+  char* address() const { return address_; }  // null: not attached
   void undo() override;
 
  private:
@@ -53,6 +55,7 @@ class sem_undo_op : public undo_op {
  public:
   sem_undo_op(std::int32_t key, int count) : key_(key), count_(count) {}
   void made(int semid) { semid_ = semid; }
+  int id() const { return semid_; }
   void undo() override;
 
  private:

@@ -1,0 +1,67 @@
+// Writes JSON into a string, value after value; commas and nesting are its own business.
+//   json.begin_object(); json.key("size").value(10); json.end_object();
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace moxnode {
+
+class JsonWriter {
+ public:
+  std::string take() { return std::move(text_); }
+
+  void begin_object() { begin('{'); }
+  void end_object() { end('}'); }
+  void begin_list() { begin('['); }
+  void end_list() { end(']'); }
+
+  JsonWriter& key(std::string_view name) {
+    separate();
+    text_.append("\"").append(name).append("\":");
+    first_ = true;  // no comma between a key and its value
+    return *this;
+  }
+
+  void null() { literal("null"); }
+  void value(bool truth) { literal(truth ? "true" : "false"); }
+  void value(std::integral auto number) {
+    char digits[24];
+    literal({digits, std::to_chars(digits, digits + sizeof digits, number).ptr});
+  }
+  // Bytes that are no UTF-8 become "\udc80" to "\udcff", one a byte.
+  void value(std::string_view text);
+  void value(const char* text) { value(std::string_view(text)); }
+
+  template <class T>
+  void value(const std::optional<T>& known) {
+    known ? value(*known) : null();
+  }
+
+ private:
+  void begin(char bracket) {
+    separate();
+    text_ += bracket;
+    first_ = true;
+  }
+  void end(char bracket) {
+    text_ += bracket;
+    first_ = false;
+  }
+  void literal(std::string_view word) {
+    separate();
+    text_ += word;
+  }
+  void separate() {
+    if (!first_) text_ += ',';
+    first_ = false;
+  }
+
+  std::string text_;
+  bool first_ = true;
+};
+
+}  // namespace moxnode
