@@ -1,6 +1,6 @@
 /* The configuration variables for callers in C. Each function returns 0, or the error number of
    what went wrong: see VarSet (common/variables.h) and scanConf (common/scanconf.h), which they
-   call. */
+   call, and 3360 when memory has run out. A null name is an unknown one, a null text is refused. */
 #pragma once
 
 #ifdef __cplusplus

@@ -65,11 +65,6 @@ std::string historyFileName(int shm_key) {
   return place == std::string::npos ? name : name.replace(place, 2, filling);
 }
 
-std::shared_ptr<LogMethod> fileOr(const std::string& name, LogMethod::Kind otherwise) {
-  if (name.empty()) return std::make_shared<LogMethod>(otherwise);
-  return std::make_shared<LogMethod>(LogMethod::TO_FILE, name);
-}
-
 }  // namespace
 
 void initLogLevMap(Status& status) {
@@ -88,14 +83,21 @@ void initLogLevMap(Status& status) {
 }
 
 void LogMsg::newConfig() {
-  configured_ = true;
+  // First: reading the configuration logs, too.
+  if (state_ == nullptr) state_ = std::make_unique<State>();
   setTimeStamp(VarSet::instance().get("historytime")->number(), valueOf("timeformat"));
 
-  const auto no_stream = std::make_shared<LogMethod>(LogMethod::SYSTEM_LOG_ONLY);
-  setAll(fileOr(withNode(valueOf("logfile"), ""), LogMethod::TO_STDERR));
-  for (const LogLevel level : {LEVEL_DBG, LEVEL_TST}) destination(level)->method = no_stream;
+  // First without any destination: a file is opened anew, also when its name stays.
+  setAll(nullptr);
+  const auto system_log_only = std::make_shared<LogMethod>(LogMethod::SYSTEM_LOG_ONLY);
+  const auto fileOr = [this](const std::string& name, std::shared_ptr<LogMethod> otherwise) {
+    return name.empty() ? otherwise : fileMethod(name);
+  };
+  setAll(
+      fileOr(withNode(valueOf("logfile"), ""), std::make_shared<LogMethod>(LogMethod::TO_STDERR)));
   destination(LEVEL_DIA)->method =
-      fileOr(withNode(valueOf("diagnosticfile"), "."), LogMethod::SYSTEM_LOG_ONLY);
+      fileOr(withNode(valueOf("diagnosticfile"), "."), system_log_only);
+  for (const LogLevel level : {LEVEL_DBG, LEVEL_TST}) destination(level)->method = system_log_only;
 
   Status status;
   initLogLevMap(status);
@@ -108,7 +110,7 @@ bool LogMsg::tryHistoryfile(int shm_key) {
 
 bool LogMsg::redirectHistoryFile(int shm_key) {
   configureOnce();
-  const auto file = std::make_shared<LogMethod>(LogMethod::TO_FILE, historyFileName(shm_key));
+  const auto file = fileMethod(historyFileName(shm_key));
   if (!file->open()) return false;
   for (Destination& target : destinations_) {
     if (target.method == nullptr) continue;

@@ -1,16 +1,24 @@
 #include "common/logger.h"
 
+#include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <ctime>
+#include <utility>
 
+#include "common/base/eternal.h"
+#include "common/base/printable.h"
 #include "common/syseventlog.h"
 
-constinit LogMsg logmsg;
+namespace {
+
+constinit Eternal<LogMsg> storage;
+
+}  // namespace
+
+constinit LogMsg& logmsg = storage.value;
 
 namespace {
 
@@ -33,6 +41,14 @@ class Digits {
   char* end_;
 };
 
+// Kept, because every message names it and each getpid is a system call; a fork forgets it.
+pid_t ownProcess() {
+  static pid_t known = 0;
+  static const int forgetting = pthread_atfork(nullptr, nullptr, [] { known = 0; });
+  if (known == 0 || forgetting != 0) known = getpid();
+  return known;
+}
+
 std::string_view view(const char* text) {
   return text != nullptr ? std::string_view(text) : std::string_view();
 }
@@ -40,9 +56,7 @@ std::string_view view(const char* text) {
 }  // namespace
 
 void LogMsg::configureOnce() {
-  if (configured_) return;
-  configured_ = true;  // first: reading the configuration logs, too
-  newConfig();
+  if (state_ == nullptr) newConfig();
 }
 
 LogMsg::Destination* LogMsg::destination(LogLevel level) {
@@ -52,18 +66,17 @@ LogMsg::Destination* LogMsg::destination(LogLevel level) {
 
 void LogMsg::start(LogLevel level, const char* file, int line) {
   configureOnce();
-  if (started_) {
-    std::printf(
-        "BEWARE LogMsg::start invoked twice (lmStart)\n"
-        "prev in file %s line %d, now in file %s line %d\n",
-        file_, line_, file, line);
-    std::fflush(stdout);
+  if (state_->message.started) {
+    printLogTrouble("BEWARE LogMsg::start invoked twice (lmStart)\nprev in file " +
+                    std::string(state_->message.file) + " line " +
+                    std::to_string(state_->message.line) + ", now in file " + file + " line " +
+                    std::to_string(line) + "\n");
   }
-  started_ = true;
-  level_ = level;
-  file_ = file;
-  line_ = line;
-  used_ = 0;
+  state_->message.started = true;
+  state_->message.level = level;
+  state_->message.file = file;
+  state_->message.line = line;
+  state_->message.text.clear();
 
   if (logmsgNodeno >= 0) printInt(level == LEVEL_DIA ? "Node-" : "n:", logmsgNodeno, " ");
   if (logmsgPrefix != nullptr) {
@@ -72,36 +85,35 @@ void LogMsg::start(LogLevel level, const char* file, int line) {
   }
   const Destination* target = destination(level);
   if (target == nullptr || target->show_tag) txt(tag(level));
-  if (time_kind_ > 0) appendTimeStamp();
-  if (level != LEVEL_DIA) printInt("p:", getpid(), " ");
+  if (state_->time_kind > 0) appendTimeStamp();
+  if (level != LEVEL_DIA) printInt("p:", ownProcess(), " ");
 }
 
 void LogMsg::appendTimeStamp() {
   timeval now{};
   gettimeofday(&now, nullptr);
-  std::tm local{};
-  localtime_r(&now.tv_sec, &local);
-  char text[256];
-  const char* format = time_format_[0] == '\0' ? "%Y-%m-%d %H:%M:%S" : time_format_;
-  append({text, std::strftime(text, sizeof text, format, &local)});
+  if (now.tv_sec != state_->stamp_second) {
+    std::tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char text[256];
+    const char* format =
+        state_->time_format.empty() ? "%Y-%m-%d %H:%M:%S" : state_->time_format.c_str();
+    state_->stamp = printable({text, std::strftime(text, sizeof text, format, &local)});
+    state_->stamp_second = now.tv_sec;
+  }
+  append(state_->stamp);
   const auto microseconds = static_cast<unsigned>(now.tv_usec);
-  if (time_kind_ == 2) printFix(".", microseconds / 1000, 3, 1);
-  if (time_kind_ == 3) printFix(".", microseconds, 6, 1);
+  if (state_->time_kind == 2) printFix(".", microseconds / 1000, 3, 1);
+  if (state_->time_kind == 3) printFix(".", microseconds, 6, 1);
   chr(' ');
 }
 
 void LogMsg::append(std::string_view piece) {
-  if (!started_) return;
+  if (state_ == nullptr || !state_->message.started) return;
   if (piece.size() > max_message) {
-    std::printf("BEWARE Bad length char[] to LogMsg::txt\n");
-    std::fflush(stdout);
-    return;
+    return printLogTrouble("BEWARE Bad length char[] to LogMsg::txt\n");
   }
-  if (used_ + piece.size() > max_message) {
-    writeOut(true);
-    used_ = 0;
-  }
-  used_ += piece.copy(buffer_ + used_, piece.size());
+  state_->message.text += piece;
 }
 
 void LogMsg::txt(const char* text) {
@@ -159,7 +171,8 @@ void LogMsg::appendFixed(const char* before, std::string_view digits, unsigned w
     txt("BEWARE overflow");
     return;
   }
-  append(std::string(width - digits.size(), fill != 0 ? '0' : ' '));
+  constexpr std::string_view fillings[] = {"          ", "0000000000"};
+  append(fillings[fill != 0 ? 1 : 0].substr(0, width - digits.size()));
   append(digits);
 }
 
@@ -192,29 +205,41 @@ void LogMsg::loggImmediate() {
 }
 
 void LogMsg::end(bool to_system_log) {
-  if (!started_) {
-    std::printf("BEWARE LogMsg::start not invoked (lmLog) in %s \n",
-                logmsgPrefix != nullptr ? logmsgPrefix : "??");
-    std::fflush(stdout);
-    return;
+  if (state_ == nullptr || !state_->message.started) {
+    return printLogTrouble(std::string("BEWARE LogMsg::start not invoked (lmLog) in ") +
+                           (logmsgPrefix != nullptr ? logmsgPrefix : "??") + " \n");
   }
   writeOut(to_system_log);
-  started_ = false;
+  state_->message.started = false;
 }
 
 void LogMsg::writeOut(bool to_system_log) {
-  const Destination* target = destination(level_);
+  const Destination* target = destination(state_->message.level);
   if (target == nullptr || target->method == nullptr) return;
-  const std::shared_ptr<LogMethod> method = target->method;
-  if (method->kind() == LogMethod::NOWHERE) return;
+  LogMethod& method = *target->method;
+  if (method.kind() == LogMethod::NOWHERE) return;
 
-  buffer_[used_] = '\0';
-  method->write(buffer_);
-  if (to_system_log && getOSloglev(level_) != not_logged) {
+  method.flushFile();
+  method.write(state_->message.text);
+  if (to_system_log && getOSloglev(state_->message.level) != not_logged) {
     Status status;
-    logSysEvent(level_, buffer_, status);
+    logSysEvent(state_->message.level, state_->message.text.c_str(), status);
   }
-  method->flushFile();
+}
+
+void LogMsg::interject(LogLevel level, std::string_view text, SourcePosition at) {
+  configureOnce();
+  Message kept;
+  std::swap(kept, state_->message);
+  start(level, at.file, at.line);
+  while (!text.empty()) {
+    const std::string_view piece = text.substr(0, max_message);
+    append(piece);
+    text.remove_prefix(piece.size());
+  }
+  chr('\n');
+  logg();
+  std::swap(kept, state_->message);
 }
 
 void LogMsg::flush() {
@@ -223,10 +248,19 @@ void LogMsg::flush() {
   }
 }
 
+std::shared_ptr<LogMethod> LogMsg::fileMethod(const std::string& name) const {
+  for (const Destination& target : destinations_) {
+    const LogMethod* method = target.method.get();
+    const bool same = method != nullptr && method->kind() == LogMethod::TO_FILE;
+    if (same && method->fileName() == name) return target.method;
+  }
+  return std::make_shared<LogMethod>(LogMethod::TO_FILE, name);
+}
+
 void LogMsg::setFileName(LogLevel level, const char* name) {
   configureOnce();
   if (Destination* target = destination(level)) {
-    target->method = std::make_shared<LogMethod>(LogMethod::TO_FILE, name);
+    target->method = fileMethod(name);
   }
 }
 
@@ -238,7 +272,7 @@ void LogMsg::setMethod(LogLevel level, LogMethod::Kind kind) {
 }
 
 void LogMsg::setFileNameAll(const char* name) {
-  setAll(std::make_shared<LogMethod>(LogMethod::TO_FILE, name));
+  setAll(fileMethod(name));
 }
 
 void LogMsg::setMethodAll(LogMethod::Kind kind) {
@@ -271,19 +305,12 @@ void LogMsg::turnOffExtraInf() {
 }
 
 void LogMsg::setTimeStamp(int kind, const std::string& format) {
-  time_kind_ = kind;
-  const std::size_t length = format.size() < sizeof time_format_ ? format.size() : 0;
-  format.copy(time_format_, length);
-  time_format_[length] = '\0';
+  configureOnce();
+  state_->time_kind = kind;
+  state_->time_format = format;
+  state_->stamp_second = -1;
 }
 
 void logLine(LogLevel level, std::string_view text, SourcePosition at) {
-  logmsg.start(level, at.file, at.line);
-  for (; !text.empty();
-       text.remove_prefix(std::min<std::size_t>(text.size(), LogMsg::max_message))) {
-    const std::string_view piece = text.substr(0, LogMsg::max_message);
-    logmsg.txt(piece.data(), static_cast<int>(piece.size()));
-  }
-  logmsg.chr('\n');
-  logmsg.logg();
+  logmsg.interject(level, text, at);
 }

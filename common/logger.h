@@ -1,12 +1,14 @@
 // The logger. Every message goes through the one object `logmsg`: start writes the head of the
 // line, txt, chr and the print operations append, logg ends the message and writes it to the
 // destination of its level. Works without any configuration: INF, WRN, ERR and VSE go to standard
-// error, the other levels to no stream. Troubles of the logger never stop the program.
+// error, the other levels to no stream. Troubles of the logger never stop the program. One thread
+// at a time may use it, from before main until the process is gone.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,7 +20,7 @@
 
 class LogMsg {
  public:
-  static constexpr int max_message = 4000;  // characters of one piece, and of one write
+  static constexpr int max_message = 4000;  // characters of one piece
 
   constexpr LogMsg() = default;
   LogMsg(const LogMsg&) = delete;
@@ -27,8 +29,8 @@ class LogMsg {
   // file is constant text, not owned. A message that was started and not written is lost.
   void start(LogLevel level, const char* file, int line);
 
-  // Append to the message. Absent texts (null) are allowed everywhere; a piece above max_message is
-  // refused; what does not fit any more is written first.
+  // Append to the message, which may become longer than any piece. Absent texts (null) are allowed
+  // everywhere; a piece above max_message is refused.
   void txt(const char* text);
   void txt(const char* text, int length);
   void chr(char c);
@@ -47,10 +49,15 @@ class LogMsg {
 
   void logg();
   void loggImmediate();  // without the system log
-  void flush();          // of all destinations
+  void flush();          // what the program has printed on streams that are destinations
 
-  // Destinations. Levels that are set together, or attached, share one; a level without one drops
-  // its messages. A file is opened at its first line, see openForAppending.
+  // A whole message: the text, of any length, and a line end. Leaves the message that is being
+  // built as it is.
+  void interject(LogLevel level, std::string_view text, SourcePosition at);
+
+  // Destinations. Levels that are set together, attached, or given the same file name share one; a
+  // level without one drops its messages. A file is opened at its first message and once it was
+  // renamed; it must be one that openForAppending takes.
   void setFileName(LogLevel level, const char* name);
   void setMethod(LogLevel level, LogMethod::Kind kind);
   void setFileNameAll(const char* name);
@@ -81,8 +88,27 @@ class LogMsg {
     bool show_tag = true;
   };
 
+  // What is being built between start and logg.
+  struct Message {
+    bool started = false;
+    LogLevel level = LEVEL_INF;
+    const char* file = "";
+    int line = 0;
+    std::string text;
+  };
+
+  // What only an object that is in use has: the object itself is there before any constructor runs.
+  struct State {
+    Message message;
+    int time_kind = 2;
+    std::string time_format;
+    std::time_t stamp_second = -1;  // of stamp
+    std::string stamp;              // the time stamp of that second, without its fraction
+  };
+
   void configureOnce();
   Destination* destination(LogLevel level);
+  std::shared_ptr<LogMethod> fileMethod(const std::string& name) const;
   void setAll(const std::shared_ptr<LogMethod>& method);
   void append(std::string_view piece);
   void appendTimeStamp();
@@ -92,19 +118,10 @@ class LogMsg {
 
   std::array<Destination, log_level_count> destinations_{
       {{}, {nullptr, false}, {}, {}, {}, {}, {}}};
-  bool configured_ = false;
-  int time_kind_ = 2;
-  char time_format_[256] = "";  // empty: the default
-
-  bool started_ = false;
-  LogLevel level_ = LEVEL_INF;
-  const char* file_ = "";
-  int line_ = 0;
-  std::size_t used_ = 0;
-  char buffer_[max_message + 1] = {};
+  std::unique_ptr<State> state_;  // null: not configured yet
 };
 
-extern LogMsg logmsg;
+extern LogMsg& logmsg;
 
-// A message of one line: the text, of any length, and a line end.
+// logmsg.interject from where it is called.
 void logLine(LogLevel level, std::string_view text, SourcePosition at = SourcePosition::here());

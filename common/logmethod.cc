@@ -1,29 +1,35 @@
 #include "common/logmethod.h"
 
 #include <fcntl.h>
-#include <stdio_ext.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <optional>
 #include <utility>
 
-#include "common/base/descriptor.h"
+#include "common/base/printable.h"
 #include "common/logtrouble.h"
+#include "common/quietwrite.h"
 #include "common/safeopen.h"
 
 namespace {
 
 int live_count = 0;
 
-// By lines, so that a line reaches the file in one write and lines of several processes that share
-// a file stay whole.
-std::FILE* openStream(int fd) {
-  Descriptor owned(fd);
-  std::FILE* stream = fdopen(fd, "w");
-  if (stream == nullptr) return nullptr;
-  owned.release();
-  std::setvbuf(stream, nullptr, _IOLBF, 8192);
-  return stream;
+bool filesAreLimited() {
+  rlimit limit{};
+  return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
+// Another process may have made a shared pipe or terminal return at once.
+void waitForSpace(int fd) {
+  pollfd waiting{fd, POLLOUT, 0};
+  static_cast<void>(poll(&waiting, 1, -1));
 }
 
 }  // namespace
@@ -44,76 +50,101 @@ int LogMethod::liveCount() {
 
 bool LogMethod::open() {
   if (!initialized_) initialize();
-  return stream_ != nullptr;
+  return static_cast<bool>(fd_);
 }
 
 void LogMethod::initialize() {
   initialized_ = true;
-  if (kind_ == TO_FILE) openFile();
-  if (kind_ == TO_STDOUT) duplicate(stdout, "stdout");
-  if (kind_ == TO_STDERR) duplicate(stderr, "stderr");
+  const auto duplicate = [](int fd) { return Descriptor(fcntl(fd, F_DUPFD_CLOEXEC, 0)); };
+  if (kind_ == TO_FILE) adopt(Descriptor(openForAppending(file_name_)), "open " + name());
+  if (kind_ == TO_STDOUT) adopt(duplicate(STDOUT_FILENO), "dup(stdout)");
+  if (kind_ == TO_STDERR) adopt(duplicate(STDERR_FILENO), "dup(stderr)");
 }
 
-void LogMethod::openFile() {
-  const int fd = openForAppending(file_name_);
-  if (fd >= 0) stream_ = openStream(fd);
-  const int error = errno;
-  if (stream_ == nullptr) warnLogTrouble(("open file " + file_name_).c_str(), error);
+// Without a descriptor the destination stays as it is.
+void LogMethod::adopt(Descriptor fd, const std::string& what) {
+  struct stat info {};
+  if (!fd || fstat(fd.get(), &info) != 0) return warnLogTrouble(what, errno);
+  fd_ = std::move(fd);
+  device_ = info.st_dev;
+  inode_ = info.st_ino;
+  const bool regular = S_ISREG(info.st_mode);
+  write_raises_signal_ = regular ? filesAreLimited() : !S_ISCHR(info.st_mode);
+  can_be_renamed_ = regular && kind_ == TO_FILE;
+  cut_off_ = false;
 }
 
-void LogMethod::duplicate(std::FILE* stream, const char* name) {
-  const int fd = fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0);
-  if (fd >= 0) stream_ = openStream(fd);
-  const int error = errno;
-  if (stream_ == nullptr) warnLogTrouble(("dup(" + std::string(name) + ")").c_str(), error);
+// Asked for no time stamps, which on some kernels would make each write store new ones.
+void LogMethod::followRename() {
+  struct statx present {};
+  const bool there =
+      statx(AT_FDCWD, file_name_.c_str(), AT_STATX_DONT_SYNC, STATX_INO, &present) == 0;
+  const dev_t device = makedev(present.stx_dev_major, present.stx_dev_minor);
+  if (there ? device == device_ && present.stx_ino == inode_ : errno != ENOENT) return;
+  adopt(Descriptor(openForAppending(file_name_)), "open " + name());
 }
 
-void LogMethod::write(const char* line) {
+void LogMethod::write(std::string_view message) {
   if (kind_ < NOWHERE || kind_ > TO_STDERR) {
     std::fputs("Illegal log-level", stderr);
     return;
   }
   if (!open()) return;
-  if (kind_ == TO_STDOUT) std::fflush(stdout);  // keeps the order of lines and reports
+  if (can_be_renamed_) followRename();
   const SlowWatch watch;
-  if (std::fputs(line, stream_) == EOF) {
-    loseLine(errno);
-    return;
+  const int error = cut_off_ ? put("\n" + std::string(message)) : put(message);
+  if (error != 0) return loseMessage(error);
+  told_loss_ = false;
+  const std::string complaint = watch.complaint("Last fputs");
+  if (!complaint.empty()) put(complaint);
+}
+
+// 0, or the errno that ended the writing.
+int LogMethod::put(std::string_view text) {
+  std::optional<QuietWrite> quiet;
+  if (write_raises_signal_) quiet.emplace();
+  while (!text.empty()) {
+    const ssize_t written = ::write(fd_.get(), text.data(), text.size());
+    if (written > 0) {
+      cut_off_ = text[static_cast<std::size_t>(written) - 1] != '\n';
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (written < 0 && errno == EAGAIN) {
+      waitForSpace(fd_.get());
+    } else if (written == 0 || errno != EINTR) {
+      return written == 0 ? ENOSPC : errno;
+    }
   }
-  watch.report(stream_, "Last fputs");
+  cut_off_ = false;
+  return 0;
+}
+
+void LogMethod::loseMessage(int os_error) {
+  if (!told_loss_) warnLogTrouble("write " + name(), os_error);
+  told_loss_ = true;
 }
 
 void LogMethod::flushFile() {
-  if (stream_ == nullptr) return;
+  if (kind_ != TO_STDOUT) return;
   const SlowWatch watch;
-  if (std::fflush(stream_) == EOF) {
-    loseLine(errno);
-    return;
+  {
+    const QuietWrite quiet;
+    std::fflush(stdout);
   }
-  watch.report(stream_, "Last flush");
+  const std::string complaint = watch.complaint("Last flush");
+  if (!complaint.empty() && open()) put(complaint);
 }
 
-// What could not be written is dropped, so that it does not turn up later in the midst of others.
-void LogMethod::loseLine(int os_error) {
-  __fpurge(stream_);
-  std::clearerr(stream_);
-  if (told_loss_) return;
-  told_loss_ = true;
-  const std::string name = kind_ == TO_FILE     ? "file " + file_name_
-                           : kind_ == TO_STDOUT ? "stdout"
-                                                : "stderr";
-  warnLogTrouble(("write " + name).c_str(), os_error);
+std::string LogMethod::name() const {
+  return kind_ == TO_FILE ? "file " + file_name_ : kind_ == TO_STDOUT ? "stdout" : "stderr";
 }
 
 void LogMethod::close() {
-  if (stream_ == nullptr) return;
-  const int failed = std::fclose(stream_);
-  const int error = errno;
-  stream_ = nullptr;
-  if (failed == 0) return;
+  if (!fd_) return;
+  const int error = fd_.close();
+  if (error == 0) return;
   if (kind_ == TO_FILE) {
-    std::printf("WRN could not close file %s errno:%d\n", file_name_.c_str(), error);
-    std::fflush(stdout);
+    printLogTrouble("WRN could not close file " + printable(file_name_) +
+                    " errno:" + std::to_string(error) + "\n");
   } else {
     warnLogTrouble(kind_ == TO_STDOUT ? "close(stdout)" : "close(stderr)", error);
   }

@@ -1,10 +1,14 @@
-// One destination of log lines: a file, a standard stream, the system log alone, or nothing. The
-// levels of the logger share destinations through shared pointers; a file that two levels name is
-// open once. Opened at the first line; its troubles are told once and never stop the program.
+// One destination of log messages: a file, a standard stream, the system log alone, or nothing. The
+// levels of the logger share destinations through shared pointers. Opened at the first message;
+// each trouble is told once, on standard output, and never stops the program.
 #pragma once
 
-#include <cstdio>
+#include <sys/types.h>
+
 #include <string>
+#include <string_view>
+
+#include "common/base/descriptor.h"
 
 class LogMethod {
  public:
@@ -17,7 +21,7 @@ class LogMethod {
   };
 
   // file_name is that of kind TO_FILE. Any other kind writes "Illegal log-level" to standard error
-  // in the place of each line.
+  // in the place of each message.
   explicit LogMethod(Kind kind, std::string file_name = "");
   ~LogMethod();
   LogMethod(const LogMethod&) = delete;
@@ -27,21 +31,33 @@ class LogMethod {
   const std::string& fileName() const { return file_name_; }
   static int liveCount();
 
-  // True when lines reach their stream; opens the destination when that was not tried yet.
+  // True when messages reach their destination; opens it when that was not tried yet.
   bool open();
-  void write(const char* line);
+
+  // In one write(2), so that messages of several processes that share a file stay whole; only what
+  // the system did not take at once is written again. A message that was cut off by a failure is
+  // ended before the next one begins. A file that was renamed or removed is opened anew first.
+  void write(std::string_view message);
+  // Writes out what the program itself has printed on the stream, so that messages follow it.
   void flushFile();
 
  private:
   void initialize();
-  void openFile();
-  void duplicate(std::FILE* stream, const char* name);
+  void adopt(Descriptor fd, const std::string& what);
+  void followRename();
+  int put(std::string_view text);
+  void loseMessage(int os_error);
+  std::string name() const;
   void close();
-  void loseLine(int os_error);
 
   Kind kind_;
   std::string file_name_;
+  Descriptor fd_;  // empty: not open
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
   bool initialized_ = false;
+  bool can_be_renamed_ = false;       // a regular file, opened by its name
+  bool write_raises_signal_ = false;  // when it fails
+  bool cut_off_ = false;              // the last message lacks its end
   bool told_loss_ = false;
-  std::FILE* stream_ = nullptr;  // null: not open
 };

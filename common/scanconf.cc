@@ -1,6 +1,7 @@
 #include "common/scanconf.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,8 +9,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <thread>
-#include <unordered_set>
 
 #include "common/base/descriptor.h"
 #include "common/base/printable.h"
@@ -72,7 +73,8 @@ class LineSource {
 // What the lines of one file do.
 class LineHandler {
  public:
-  LineHandler(ConfigRecord& record, Status& status) : record_(record), status_(status) {}
+  LineHandler(ConfigRecord& record, VarSet& variables, Status& status)
+      : record_(record), variables_(variables), status_(status) {}
 
   void handle(const Line& line) {
     ++number_;
@@ -166,16 +168,17 @@ class LineHandler {
     if (fields.count() < 2) return illegal(fields, "set");
     if (!fields.ok() || !unquote(value) || !value.starts_with('"')) return unterminated("Set");
     Status result;
-    VarSet::instance().set(name.c_str(), value.c_str() + 1, result);
+    variables_.set(name.c_str(), value.c_str() + 1, result);
     if (!result.failed()) return;
     logLine(LEVEL_WRN, "Config. file line " + std::to_string(number_) + ": " + result.getText());
     if (!status_.failed()) status_ = result;
   }
 
   ConfigRecord& record_;
+  VarSet& variables_;
   Status& status_;
   int number_ = 0;
-  std::unordered_set<std::int32_t> node_numbers_;
+  std::set<std::int32_t> node_numbers_;
 };
 
 const LineHandler::Keyword LineHandler::keywords[6] = {
@@ -184,18 +187,31 @@ const LineHandler::Keyword LineHandler::keywords[6] = {
     {"set", &LineHandler::set},         {"debug", &LineHandler::debug},
 };
 
-// A pipe is refused as a socket is by the kernel: its writer could keep the reader waiting forever.
+// Whether a pipe, whose descriptor does not wait, seems to be empty only because nobody has opened
+// it for writing yet.
+bool awaitsWriter(std::FILE* pipe) {
+  const int first = std::getc(pipe);
+  if (first != EOF) std::ungetc(first, pipe);
+  const bool has_writer = std::ferror(pipe) != 0;  // a read that would have to wait
+  std::clearerr(pipe);
+  pollfd ended{fileno(pipe), POLLIN, 0};
+  return first == EOF && !has_writer && poll(&ended, 1, 0) == 0;
+}
+
+// The open itself never waits; whoever has opened a pipe for writing is then waited for.
 std::FILE* openWithoutWaiting(const char* path) {
   Descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};
   if (!fd || fstat(fd.get(), &info) != 0) return nullptr;
-  if (S_ISFIFO(info.st_mode)) {
-    errno = ENXIO;
-    return nullptr;
-  }
   std::FILE* file = fdopen(fd.get(), "r");
-  if (file != nullptr) fd.release();
-  return file;
+  if (file == nullptr) return nullptr;
+  static_cast<void>(fd.release());
+  const bool no_writer = S_ISFIFO(info.st_mode) && awaitsWriter(file);
+  if (!no_writer && fcntl(fileno(file), F_SETFL, 0) == 0) return file;
+  const int error = no_writer ? ENXIO : errno;
+  std::fclose(file);
+  errno = error;
+  return nullptr;
 }
 
 std::FILE* openFile(const char* path, Status& status, const std::function<void()>& pause) {
@@ -219,13 +235,40 @@ void closeFile(std::FILE* file, const char* path) {
 }
 
 // 0, or the OS error that ended the reading.
-int readLines(std::FILE* file, ConfigRecord& record, Status& status) {
-  record = ConfigRecord();
+int readLines(std::FILE* file, ConfigRecord& record, VarSet& variables, Status& status) {
   LineSource source(file);
-  LineHandler handler(record, status);
+  LineHandler handler(record, variables, status);
   Line line;
   while (source.next(line)) handler.handle(line);
   return source.osError();
+}
+
+template <typename Row>
+void append(std::vector<Row>& rows, const std::vector<Row>& more) {
+  rows.insert(rows.end(), more.begin(), more.end());
+}
+
+// Null, or the node of `more` that `record` has already.
+const ConfigRecord::Node* nodeInBoth(const ConfigRecord& record, const ConfigRecord& more) {
+  std::set<std::int32_t> known;
+  for (const ConfigRecord::Node& node : record.nodes) known.insert(node.number);
+  for (const ConfigRecord::Node& node : more.nodes) {
+    if (known.contains(node.number)) return &node;
+  }
+  return nullptr;
+}
+
+void merge(const char* path, const ConfigRecord& more, const VarSet& changed, ConfigRecord& record,
+           VarSet& variables, Status& status) {
+  if (const ConfigRecord::Node* twice = nodeInBoth(record, more)) {
+    return status.set(SEV_SYSTEMERR, MOX_NODE_DEFINED_TWICE, 0, {twice->number, path});
+  }
+  append(record.processes, more.processes);
+  append(record.nodes, more.nodes);
+  append(record.dunits, more.dunits);
+  append(record.sites, more.sites);
+  append(record.debugs, more.debugs);
+  variables = changed;
 }
 
 }  // namespace
@@ -236,14 +279,22 @@ void sleepOneSecond() {
 
 void scanConf(const char* path, ConfigRecord& record, Status& status,
               const std::function<void()>& pause) {
+  record = ConfigRecord();
+  addConf(path, record, VarSet::instance(), status, pause);
+}
+
+void addConf(const char* path, ConfigRecord& record, VarSet& variables, Status& status,
+             const std::function<void()>& pause) {
   for (int attempt = 1;; ++attempt) {
     initStatus_s(&status);
     std::FILE* file = openFile(path, status, pause);
     if (file == nullptr) return;
-    const int error = readLines(file, record, status);
+    ConfigRecord more;
+    VarSet changed = variables;
+    const int error = readLines(file, more, changed, status);
     if (error != 0) logFailure("error reading:", path, "fgets", error);
     closeFile(file, path);
-    if (error == 0) return;
+    if (error == 0) return merge(path, more, changed, record, variables, status);
     if (attempt == read_attempts || error == EFBIG) {
       return status.set(SEV_SYSTEMERR, MOX_READ_FAILED, error, {path});
     }

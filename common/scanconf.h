@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/variables.h"
 #include "errutils/statuss.h"
 
 // What the lines say, in their order. The reader knows the fields' shapes; what they mean is the
@@ -53,9 +54,16 @@ struct ConfigRecord {
 
 void sleepOneSecond();
 
-// Fills record, whose earlier contents are forgotten, and sets the variables. A file that cannot be
-// opened is tried ten times, with a pause between; one that cannot be read six times. Severity 4:
-// 5500 and 5502 with errno (EFBIG: more than 128 MiB) end the reading; the status of a `set` that
-// its variable refused (the first one) is returned after the whole file was read.
+// Fills record, whose earlier contents are forgotten, and sets the variables of the process. A file
+// that cannot be opened, or a pipe that nobody has opened for writing, is tried ten times, with a
+// pause between; one that cannot be read six times. Severity 4: 5500 and 5502 with errno (EFBIG:
+// more than 128 MiB) end the reading, and nothing has changed; the status of a `set` that its
+// variable refused (the first one) is returned after the whole file took effect.
 void scanConf(const char* path, ConfigRecord& record, Status& status,
               const std::function<void()>& pause = sleepOneSecond);
+
+// The same on top of what record and variables have already, as a second configuration file does.
+// 400 (number, path): a node that the record has; then nothing of the file takes effect. To judge a
+// file without its taking effect, give a copy of the process's variables.
+void addConf(const char* path, ConfigRecord& record, VarSet& variables, Status& status,
+             const std::function<void()>& pause = sleepOneSecond);

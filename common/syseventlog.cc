@@ -2,9 +2,9 @@
 
 #include <syslog.h>
 
-#include <cstdio>
 #include <string_view>
 
+#include "common/base/eternal.h"
 #include "common/logtrouble.h"
 
 namespace {
@@ -34,8 +34,8 @@ int current_facility = LOG_LOCAL0;
 
 // The C library keeps the pointer that openlog is given.
 std::string& currentIdent() {
-  static std::string ident = "KORV";
-  return ident;
+  static Eternal<std::string> ident("KORV");
+  return ident.value;
 }
 
 bool valid(LogLevel level) {
@@ -93,5 +93,6 @@ void logSysEvent(LogLevel level, const char* text, Status& status) {
   const SlowWatch watch;
   openlog(currentIdent().c_str(), LOG_PID, LOG_USER);
   syslog(current_facility | priority, "%.*s", static_cast<int>(line.size()), line.data());
-  watch.report(stdout, "Event reporting");
+  const std::string complaint = watch.complaint("Event reporting");
+  if (!complaint.empty()) printLogTrouble(complaint);
 }

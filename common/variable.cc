@@ -7,8 +7,10 @@
 namespace {
 
 // A long value must leave room for the parameters behind it.
-std::string shortened(const std::string& value) {
+std::string shortened(const char* text) {
+  if (text == nullptr) return "(null)";
   constexpr std::size_t shown = 60;
+  const std::string value = text;
   return value.size() <= shown ? value : value.substr(0, shown) + "...";
 }
 
@@ -60,8 +62,9 @@ void Variable::set(const char* value, Status& status) {
 }
 
 void Variable::setText(const char* value, Status& status) {
-  if (allows(value)) return take(0, value);
-  status.set(SEV_SYSTEMERR, MOX_VALUE_NOT_ALLOWED, 0, {shortened(value), name_, allowed_});
+  if (value != nullptr && allows(value)) return take(0, value);
+  status.set(SEV_SYSTEMERR, MOX_VALUE_NOT_ALLOWED, 0,
+             {shortened(value), name_, allowed_ != nullptr ? allowed_ : "any text"});
 }
 
 void Variable::setNumber(const char* value, Status& status) {

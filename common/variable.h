@@ -20,7 +20,7 @@ class Variable {
 
   // Set the value and mark the variable as set; an obsolete one stays as it is. Severity 4 with 336
   // (out of range), 352 (not allowed) or 368 (not a number: decimal, octal with 0, hexadecimal with
-  // 0x) leaves it unchanged.
+  // 0x) leaves it unchanged; null is not a number and not allowed.
   void set(const char* value, Status& status);
   void set(std::int32_t value, Status& status);
   // Back to the default, not set.
@@ -33,7 +33,14 @@ class Variable {
   // the number of the other kinds is 0.
   std::int32_t number() const { return number_; }
   const std::string& text() const { return text_; }
-  const char* initialText() const { return initial_text_; }  // of a string variable
+
+  // What defines the variable, of an integer:
+  std::int32_t minimum() const { return minimum_; }
+  std::int32_t initialNumber() const { return initial_number_; }
+  std::int32_t maximum() const { return maximum_; }
+  // and of a string: the alternatives are separated by '|', null allows any text.
+  const char* initialText() const { return initial_text_; }
+  const char* allowed() const { return allowed_; }
 
  private:
   void setNumber(const char* value, Status& status);

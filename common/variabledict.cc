@@ -8,27 +8,35 @@ std::uint32_t VarKey::hash(const char* name) {
   return h;
 }
 
-void VariableDict::insert(Variable* variable) {
-  Chain& chain = chains_[VarKey::hash(variable->name()) % chain_count];
-  for (Variable*& earlier : chain) {
-    if (std::strcmp(earlier->name(), variable->name()) != 0) continue;
-    earlier = variable;
-    return;
+void VariableDict::insert(const Variable& variable) {
+  if (Variable* earlier = find(variable.name())) {
+    *earlier = variable;
+  } else {
+    chainOf(variable.name()).push_back(variable);
   }
-  chain.push_back(variable);
 }
 
-Variable* VariableDict::find(const char* name) const {
-  for (Variable* variable : chains_[VarKey::hash(name) % chain_count]) {
-    if (std::strcmp(variable->name(), name) == 0) return variable;
+Variable* VariableDict::find(const char* name) {
+  for (Variable& variable : chainOf(name)) {
+    if (std::strcmp(variable.name(), name) == 0) return &variable;
   }
   return nullptr;
 }
 
-Variable* VariableDictIter::next() {
+const Variable* VariableDict::find(const char* name) const {
+  return const_cast<VariableDict*>(this)->find(name);
+}
+
+void VariableDict::reset() {
+  for (Chain& chain : chains_) {
+    for (Variable& variable : chain) variable.reset();
+  }
+}
+
+const Variable* VariableDictIter::next() {
   while (chain_ < dict_.chains_.size() && index_ == dict_.chains_[chain_].size()) {
     ++chain_;
     index_ = 0;
   }
-  return chain_ < dict_.chains_.size() ? dict_.chains_[chain_][index_++] : nullptr;
+  return chain_ < dict_.chains_.size() ? &dict_.chains_[chain_][index_++] : nullptr;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/base/eternal.h"
 #include "common/base/printable.h"
 #include "common/logger.h"
 
@@ -64,8 +65,8 @@ bool withoutEffect(const VariableDict& dict, const Dependence& dependence) {
 }  // namespace
 
 VarSet& VarSet::instance() {
-  static VarSet set;
-  return set;
+  static Eternal<VarSet> set;
+  return set.value;
 }
 
 VarSet::VarSet() {
@@ -107,8 +108,7 @@ void VarSet::read(const char* name, char** value, const char* initial, Status& s
 }
 
 void VarSet::setDefaults() {
-  VariableDictIter iterator(dict_);
-  while (Variable* variable = iterator.next()) variable->reset();
+  dict_.reset();
 }
 
 void VarSet::print(std::FILE* stream) const {
@@ -119,7 +119,7 @@ void VarSet::print(std::FILE* stream) const {
     return std::strcmp(a->name(), b->name()) < 0;
   });
   for (const Variable* variable : sorted) {
-    std::fprintf(stream, "%s = %s\n", variable->name(), variable->text().c_str());
+    std::fprintf(stream, "%s = %s\n", variable->name(), printable(variable->text()).c_str());
   }
 }
 
@@ -139,6 +139,7 @@ void VarSet::depend_check() const {
   for (const Dependence& dependence : dependences) {
     if (!withoutEffect(dict_, dependence)) continue;
     logLine(LEVEL_WRN, "Variable \"" + std::string(dependence.name) + "\" has no effect: \"" +
-                           dependence.on + "\" is \"" + dict_.find(dependence.on)->text() + "\"");
+                           dependence.on + "\" is \"" +
+                           printable(dict_.find(dependence.on)->text()) + "\"");
   }
 }

@@ -1,7 +1,7 @@
-// The configuration variables of the process: one set, defined at its first use, whose values come
-// from the defaults, from configuration files (common/scanconf) and from -D options. Every failure
-// is a status of severity 4: 320 for an unknown name, which is also logged, and those of
-// Variable::set.
+// The configuration variables. The process has one set, whose values come from the defaults, from
+// configuration files (common/scanconf) and from -D options; a program can have others, to try a
+// configuration before it takes effect. Every failure is a status of severity 4: 320 for an unknown
+// name, which is also logged, and those of Variable::set.
 #pragma once
 
 #include <cstdio>
@@ -11,7 +11,12 @@
 
 class VarSet {
  public:
+  // The set of the process: made at its first use, there until the process is gone.
   static VarSet& instance();
+
+  // A set of its own, with the defaults. Copies have values of their own, too: assigned to the set
+  // of the process, they take effect there.
+  VarSet();
 
   void set(const char* name, const char* value, Status& status);
   void set(const char* name, int value, Status& status);
@@ -23,6 +28,8 @@ class VarSet {
 
   // The variable itself, whose value is the table's default until it is set; null: unknown name.
   const Variable* get(const char* name) const { return dict_.find(name); }
+  // All of them, for a VariableDictIter.
+  const VariableDict& dict() const { return dict_; }
 
   void setDefaults();                   // of all variables
   void print(std::FILE* stream) const;  // a line "name = value" each, sorted by name
@@ -40,11 +47,10 @@ class VarSet {
   void depend_check() const;
 
  private:
-  VarSet();
   Variable* find(const char* name, Status& status);
 
   VariableDict dict_;
 };
 
-// Defines all variables and enters them into the dictionary. Defined in common/vartable.cc.
+// Enters all variables into the dictionary, with their defaults. Defined in common/vartable.cc.
 void defineVariables(VariableDict& dict);

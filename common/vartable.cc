@@ -1,7 +1,5 @@
 // The table of all configuration variables: one row a variable, in the order and with the columns
 // of its documentation, so that the two can be compared by eye.
-#include <array>
-
 #include "common/variables.h"
 
 namespace {
@@ -235,26 +233,20 @@ constexpr const char* obsolete[] = {
 };
 // clang-format on
 
-constexpr std::size_t variable_count =
-    std::size(integers) + std::size(strings) + std::size(obsolete);
-
 }  // namespace
 
 // A name that is defined twice means its later definition.
 void defineVariables(VariableDict& dict) {
-  static std::array<Variable, variable_count> variables;
-  Variable* next = variables.data();
-  const auto insert = [&dict, &next] { dict.insert(next++); };
-  for (const IntegerRow& row : integers) {
-    next->define(row.name, row.minimum, row.initial, row.maximum);
-    insert();
-  }
-  for (const StringRow& row : strings) {
-    next->define(row.name, row.initial, row.allowed);
-    insert();
-  }
+  const auto insert = [&dict](const auto&... row) {
+    Variable variable;
+    variable.define(row...);
+    dict.insert(variable);
+  };
+  for (const IntegerRow& row : integers) insert(row.name, row.minimum, row.initial, row.maximum);
+  for (const StringRow& row : strings) insert(row.name, row.initial, row.allowed);
   for (const char* name : obsolete) {
-    next->define_obsolete(name);
-    insert();
+    Variable variable;
+    variable.define_obsolete(name);
+    dict.insert(variable);
   }
 }

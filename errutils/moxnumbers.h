@@ -16,6 +16,7 @@
   ROW(352,   MOX_VALUE_NOT_ALLOWED,     "Value \"%1\" of variable \"%2\" is none of: %3")                 \
   ROW(368,   MOX_VALUE_NOT_A_NUMBER,    "Value \"%1\" of variable \"%2\" is not a number")                \
   ROW(384,   MOX_VARIABLES_CONTRADICT,  "Variables \"%1\" and \"%2\" contradict each other: %3")          \
+  ROW(400,   MOX_NODE_DEFINED_TWICE,    "Node %1 of \"%2\" is defined in another configuration file, too")  \
   ROW(1521,  MOX_NO_SPACE_LEFT,         "No space left on device")                                        \
   ROW(3360,  MOX_CANNOT_HAPPEN,         "It can't happen here")                                           \
   ROW(5500,  MOX_OPEN_FAILED,           "Opening file \"%1\" failed, OS status=%i")                       \

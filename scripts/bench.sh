@@ -10,4 +10,5 @@ cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMOX_BUILD_BENCHM
 cmake --build build/bench
 build/bench/bench/ipc_bench
 build/bench/bench/parse_bench
+(cd build/bench && bench/log_bench)
 bench/devinit_bench.py build/bench/bin/devinit build/bench

@@ -8,33 +8,22 @@
 
 namespace {
 
-Descriptor open_start(const std::string& path) {
+Descriptor openStart(const std::string& path) {
   return Descriptor(open(path.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-std::string without_leading_slashes(const std::string& path) {
+std::string withoutLeadingSlashes(const std::string& path) {
   return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
 
-std::string take_first(std::string& path) {
+std::string takeFirst(std::string& path) {
   const std::size_t end = path.find('/');
   std::string first = path.substr(0, end);
   path.erase(0, end == std::string::npos ? end : path.find_first_not_of('/', end));
   return first;
 }
 
-bool is_ours(const struct stat& status) {
-  return status.st_uid == 0 || status.st_uid == geteuid();
-}
-
-// Empty, with errno, when the link may not be followed or cannot be read.
-std::string link_target(int folder, int link, const struct stat& link_status, LinkRule may_follow) {
-  struct stat folder_status {};
-  if (fstat(folder, &folder_status) != 0) return {};
-  if (!may_follow(folder_status, link_status)) {
-    errno = ELOOP;
-    return {};
-  }
+std::string linkTarget(int link) {
   char target[PATH_MAX];
   const ssize_t length = readlinkat(link, "", target, sizeof target);
   return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : std::string();
@@ -47,21 +36,26 @@ PathEnd failed(int error) {
 
 }  // namespace
 
-bool linkInSafeFolder(const struct stat& folder, const struct stat& /*link*/) {
-  return is_ours(folder) && (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+bool belongsToUs(const struct stat& status) {
+  return status.st_uid == 0 || status.st_uid == geteuid();
 }
 
-bool trustedLink(const struct stat& folder, const struct stat& link) {
-  return is_ours(link) || linkInSafeFolder(folder, link);
+LinkIs linkInSafeFolder(const struct stat& folder, const struct stat& /*link*/) {
+  const bool safe = belongsToUs(folder) && (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return safe ? LinkIs::FOLLOWED : LinkIs::REFUSED;
 }
 
-PathEnd walkPath(const std::string& path, LinkRule may_follow) {
-  PathEnd at{open_start(path), {}};
-  std::string rest = without_leading_slashes(path);
+LinkIs trustedLink(const struct stat& folder, const struct stat& link) {
+  return belongsToUs(link) ? LinkIs::FOLLOWED : linkInSafeFolder(folder, link);
+}
+
+PathEnd walkPath(const std::string& path, LinkRule rule) {
+  PathEnd at{openStart(path), {}};
+  std::string rest = withoutLeadingSlashes(path);
   int links = 0;
   while (at.folder) {
     const bool last = rest.find('/') == std::string::npos;
-    at.name = take_first(rest);
+    at.name = takeFirst(rest);
     Descriptor next(openat(at.folder.get(), at.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!next || fstat(next.get(), &status) != 0) {
@@ -72,12 +66,16 @@ PathEnd walkPath(const std::string& path, LinkRule may_follow) {
       at.folder = std::move(next);
       continue;
     }
-    if (++links > max_links) return failed(ELOOP);
-    const std::string target = link_target(at.folder.get(), next.get(), status, may_follow);
+    struct stat folder {};
+    if (fstat(at.folder.get(), &folder) != 0) return failed(errno);
+    const LinkIs verdict = rule(folder, status);
+    if (verdict == LinkIs::THE_END && last) return at;
+    if (verdict == LinkIs::REFUSED || ++links > max_links) return failed(ELOOP);
+    const std::string target = linkTarget(next.get());
     if (target.empty()) return failed(errno);
     const std::string behind = last ? std::string() : "/" + rest;
-    rest = without_leading_slashes(target) + behind;
-    if (target.starts_with('/')) at.folder = open_start(target);
+    rest = withoutLeadingSlashes(target) + behind;
+    if (target.starts_with('/')) at.folder = openStart(target);
   }
   return at;
 }

@@ -14,16 +14,21 @@
 constexpr int max_links = 40;  // in one path, as many as the kernel follows
 
 struct PathEnd {
-  Descriptor folder{};  // opened with O_PATH; none with errno: ELOOP for a link that is not followed
-  std::string name;     // the last component in that folder: missing, or no link
+  Descriptor folder{};  // opened with O_PATH; none with errno: ELOOP for a link that is refused
+  std::string name;     // the last component in that folder: missing, or no link that is followed
 };
 
-// Whether the link, found in the folder, is to be followed.
-using LinkRule = bool (*)(const struct stat& folder, const struct stat& link);
+enum class LinkIs { FOLLOWED, REFUSED, THE_END };
 
-// The folder belongs to root or the caller, and nobody else can write to it.
-bool linkInSafeFolder(const struct stat& folder, const struct stat& link);
-// Or the link itself belongs to root or the caller.
-bool trustedLink(const struct stat& folder, const struct stat& link);
+// What a link, found in the folder, is.
+using LinkRule = LinkIs (*)(const struct stat& folder, const struct stat& link);
 
-PathEnd walkPath(const std::string& path, LinkRule may_follow);
+// Followed when the folder belongs to root or the caller, and nobody else can write to it.
+LinkIs linkInSafeFolder(const struct stat& folder, const struct stat& link);
+// Or when the link itself belongs to root or the caller.
+LinkIs trustedLink(const struct stat& folder, const struct stat& link);
+
+// Whether root or the caller owns it.
+bool belongsToUs(const struct stat& status);
+
+PathEnd walkPath(const std::string& path, LinkRule rule);

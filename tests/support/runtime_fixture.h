@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <tuple>
 
