@@ -4,7 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
-need g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev mandoc python3 strace util-linux
+need g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev mandoc python3 strace util-linux \
+  e2fsprogs valgrind
 
 preset=${1:-debug}
 cmake --preset "$preset" -G Ninja

@@ -3,7 +3,8 @@
 
 #include <wordexp.h>
 
-#include <sstream>
+#include <algorithm>
+#include <cstring>
 
 #include "common/debugmask.h"
 #include "common/releaseinfo.h"
@@ -24,20 +25,24 @@ class Scan : public RuntimeTest {
         [&] { errors = scan_.parse(static_cast<int>(vector.we_wordc), vector.we_wordv, options); });
     return std::to_string(errors) + output;
   }
+  // What print shows of the scan, and the fields that it leaves out, by name.
   std::string state_after(const std::string& words) {
     EXPECT_EQ(parse(words), "0|");
     std::ostringstream rest;
-    rest << scan_.key << " " << scan_.sysKey << " " << scan_.debugMaskFlag << scan_.helpFlag
-         << scan_.versionFlag << scan_.shortVersionFlag << scan_.fullVersionFlag << " "
-         << scan_.timeOut << " " << scan_.sqlSubPort << " " << logmsgNodeno << " " << scan_.server
-         << scan_.extraConfigFile << scan_.schemaDir << scan_.inputFile;
+    rest << "key " << scan_.key << ", sysKey " << scan_.sysKey << ", debugMaskFlag "
+         << scan_.debugMaskFlag << ", helpFlag " << scan_.helpFlag << ", versionFlag "
+         << scan_.versionFlag << ", shortVersionFlag " << scan_.shortVersionFlag
+         << ", fullVersionFlag " << scan_.fullVersionFlag << ", timeOut " << scan_.timeOut
+         << ", sqlSubPort " << scan_.sqlSubPort << ", logger's node " << logmsgNodeno << ", server "
+         << scan_.server << ", extraConfigFile " << scan_.extraConfigFile << ", schemaDir "
+         << scan_.schemaDir << ", inputFile " << scan_.inputFile;
     return printed([this] { scan_.print(); }) + rest.str();
   }
 
   ScanArg scan_;
 };
 
-TEST_F(Scan, EnvironmentComesBeforeOptions) {
+TEST_F(Scan, OptionsOverrideTheEnvironment) {
   const char* const variables[][2] = {{"MOX_NODENO", "0x10"},    {"MOX_PORTNO", "no number"},
                                       {"MOX_CONFIG", "cfg"},     {"MOX_STARTLEVEL", "6"},
                                       {"MOX_EXTRA_CONFIG", "X"}, {"MOX_DEBUGMASK", "0xFFFFFFFF"},
@@ -46,36 +51,57 @@ TEST_F(Scan, EnvironmentComesBeforeOptions) {
   for (const auto& [name, value] : variables) setenv(name, value, 1);
   EXPECT_EQ(state_after("-f file"),
             "ScanArg::print -n 16 -p 65535 -c cfg -b 0 -d 0xffffffff -N -1 -P -1 -s 6\n"
-            "|-7 8 10000 0 0 16 host:1Xdirfile");
+            "|key -7, sysKey 8, debugMaskFlag 1, helpFlag 0, versionFlag 0, shortVersionFlag 0, "
+            "fullVersionFlag 0, timeOut 0, sqlSubPort 0, logger's node 16, server host:1, "
+            "extraConfigFile X, schemaDir dir, inputFile file");
   EXPECT_EQ(
       state_after("-n 5 -p 0xFFFE -c mine -b 7 -d fF -N 010 -P -2 -s 91 -l L -m M -D a=b -S h:2 "
                   "-k 77 -t 9 -C Y -I own -hvV -f in -D nbuffs=0 -D nbuffs=0x20 -D "
                   "sqlsub_portno=99 -D x word -v"),
       "ScanArg::print -n 5 -p 65534 -c mine -b 32 -d 0xff -N 8 -P -2 -s 91 -l L -m M -D a=b "
       "-D nbuffs=0x20 -D sqlsub_portno=99 -D x word -v\n"
-      "|77 77 11111 9 99 5 h:2Yownin");
+      "|key 77, sysKey 77, debugMaskFlag 1, helpFlag 1, versionFlag 1, shortVersionFlag 1, "
+      "fullVersionFlag 1, timeOut 9, sqlSubPort 99, logger's node 5, server h:2, "
+      "extraConfigFile Y, schemaDir own, inputFile in");
 }
 
-TEST_F(Scan, ErrorsAreToldAndCountedAndListsEnd) {
+TEST_F(Scan, ErrorsAreToldAndCounted) {
   const std::string wrong = "prog: Error in argument ";
-  const std::tuple<const char*, const char*, std::string, const char*> cases[] = {
-      {"-n 3", "hvVf:", "1opt: ?\n|prog: invalid option -- 'n'\n", "3"},
-      {"-p abc x", "p:", "1|" + wrong + "-p abc\n", "x"},
-      {"-p70000", "p:", "1|" + wrong + "prog -p70000\n", nullptr},
-      {"-a 1 -y 2", "a:y:", "2opt: a\nopt: y\n|", nullptr},
-      {"-F -- -p", "Fp:", "0|", "-p"}};
+  const struct {
+    const char* words;
+    const char* options;
+    std::string told;  // after the number of errors
+    const char* operand;
+  } cases[] = {{"-n 3", "hvVf:", "1opt: ?\n|prog: invalid option -- 'n'\n", "3"},
+               {"-p abc x", "p:", "1|" + wrong + "-p abc\n", "x"},
+               {"-p70000", "p:", "1|" + wrong + "prog -p70000\n", nullptr},
+               {"-p '\033[2J'", "p:", "1|" + wrong + "-p \\x1b[2J\n", nullptr},
+               {"-pv", "pv", "1|" + wrong + "-p \n", nullptr},
+               {"-a 1 -y 2", "a:y:", "2opt: a\nopt: y\n|", nullptr},
+               {"-F -- -p", "Fp:", "0|", "-p"}};
   scan_.portNo = 42;
   for (const auto& [words, options, told, operand] : cases) {
+    SCOPED_TRACE(words);
     EXPECT_EQ(parse(words, options), told);
     EXPECT_STREQ(scan_.operandCount > 0 ? scan_.operands[0] : nullptr, operand);
+    EXPECT_EQ(scan_.portNo, 42);
   }
-  EXPECT_EQ(scan_.portNo + scan_.forceFlag, 43);
+  EXPECT_EQ(scan_.forceFlag, 1);
+}
+
+TEST_F(Scan, UsageShowsTheOptionsOfTheProgram) {
+  const std::string head = "\nOption  (Mnemonic  ) Explanation     Environment variable\n";
+  EXPECT_EQ(printed([this] { scan_.usage(""); }), head + "|");
+  const std::string all = printed([this] { scan_.usage(); });
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2 + 21);
   parse("", "a:Fk:");
   EXPECT_EQ(printed([this] { scan_.usage(); }),
-            "\nOption  (Mnemonic  ) Explanation     Environment variable\n"
-            "    -a: ?? unknown option ??\n    -F  (Force     )\n"
-            "    -k: (key      n) <key number>    MOX_KEY/MOX_SYSKEY\n|");
+            head +
+                "    -a: ?? unknown option ??\n    -F  (Force     )\n"
+                "    -k: (key      n) <key number>    MOX_KEY/MOX_SYSKEY\n|");
+}
 
+TEST_F(Scan, ListsHoldTwoHundredEntriesAndTheRestIsRefused) {
   std::string words;
   for (int i = 0; i < 201; ++i) words += " -D d" + std::to_string(i);
   for (int i = 0; i < 203; ++i) words += " o" + std::to_string(i);
@@ -84,8 +110,56 @@ TEST_F(Scan, ErrorsAreToldAndCountedAndListsEnd) {
             "More than 200 operands, refused: the last 3\n");
   EXPECT_STREQ(scan_.definitions[199], "d199");
   EXPECT_STREQ(scan_.operands[199], "o199");
+  EXPECT_EQ(scan_.refusedOperands, 3);
   EXPECT_EQ(parse("one"), "0|");
-  EXPECT_EQ(scan_.definitionCount + scan_.operandCount + scan_.refusedOperands, 1);
+  EXPECT_EQ(scan_.definitionCount, 0);
+  EXPECT_EQ(scan_.operandCount, 1);
+  EXPECT_EQ(scan_.refusedOperands, 0);
+}
+
+TEST_F(Scan, NodeNumbersUseAllSixteenBitsOfTheirField) {
+  const struct {
+    const char* words;
+    int scanned;
+    int logged;
+  } cases[] = {{"-n 40000", 40000, 40000}, {"-n -1", 0xFFFF, -1}, {"-n 65534", 65534, 65534}};
+  for (const auto& [words, scanned, logged] : cases) {
+    SCOPED_TRACE(words);
+    EXPECT_EQ(parse(words), "0|");
+    EXPECT_EQ(scan_.nodeNo, scanned);
+    EXPECT_EQ(logmsgNodeno, logged);
+  }
+}
+
+TEST_F(Scan, EmptyEnvironmentVariableIsNoFileName) {
+  for (const char* name : {"MOX_CONFIG", "MOX_EXTRA_CONFIG", "MOX_SERVER"}) setenv(name, "", 1);
+  EXPECT_EQ(parse(""), "0|");
+  EXPECT_EQ(scan_.configFile, nullptr);
+  EXPECT_EQ(scan_.extraConfigFile, nullptr);
+  EXPECT_EQ(scan_.server, nullptr);
+}
+
+// A pointer to a virtual member function holds 1 and the offset of its entry in the table.
+TEST_F(Scan, UsageFunctionsComeFirstInTheTableOfVirtualFunctions) {
+  void (ScanArg::*const of_program)() = &ScanArg::usage;
+  void (ScanArg::*const of_letters)(const char*) = &ScanArg::usage;
+  std::uintptr_t entry = 0;
+  std::memcpy(&entry, &of_program, sizeof entry);
+  EXPECT_EQ(entry, 1U);
+  std::memcpy(&entry, &of_letters, sizeof entry);
+  EXPECT_EQ(entry, 1U + sizeof(void*));
+}
+
+TEST_F(Scan, NameOfAConfigurationFileNeverStopsTheOtherVariables) {
+  for (const char* name : {"/etc/mox.conf", "-5", "99999999999", "7"}) {
+    SCOPED_TRACE(name);
+    Status status;
+    parse(std::string("-c ") + name + " -s 42");
+    scan_.setVariables(0, status);
+    EXPECT_STREQ(status.getText(), "KORV-I-00000: Normal successful completion");
+    EXPECT_EQ(value("startlevel"), "42");
+    VarSet::instance().setDefaults();
+  }
 }
 
 TEST_F(Scan, ValuesReachTheVariablesUpToTheFirstFailure) {
@@ -99,7 +173,9 @@ TEST_F(Scan, ValuesReachTheVariablesUpToTheFirstFailure) {
       "|WRN p:P KORV-S-00384: Variables \"ntables\" and \"nfragments\" contradict each other: "
       "the first must not be above the second\nWRN p:P Variable \"loglevmap_inf\" has no "
       "effect: \"syslog_facility\" is \"none\"\np:P syslog logging disabled\n");
-  EXPECT_EQ(value("nbuffs") + value("startlevel") + value("rocommunity"), "30042a=b");
+  EXPECT_EQ(value("nbuffs"), "300");
+  EXPECT_EQ(value("startlevel"), "42");
+  EXPECT_EQ(value("rocommunity"), "a=b");
   EXPECT_EQ(debugMask(), 0xF3U);
   VarSet::instance().constraints(status);
   EXPECT_EQ(status.number, MOX_VARIABLES_CONTRADICT);
@@ -117,6 +193,19 @@ TEST_F(Scan, ReleaseBlock) {
       "The Mox Authors.\n\nlink_command: g%s\n\\|");
   const std::string text = printed([] { printLinkInfo(stdout, 12, nullptr, "g%s"); });
   EXPECT_TRUE(std::regex_match(text, block)) << text;
+}
+
+TEST_F(Scan, ProgramGivesItsOwnDescription) {
+  const std::string title = "Mox Database Server 1.0 ";
+  EXPECT_EQ(getProgVersInfo(38), title + "Resource manager utility");
+  EXPECT_EQ(getProgVersInfo(16), title + "Device setup utility");
+  describeProgram(7, "A description that is cut after its fortieth character");
+  EXPECT_EQ(getProgVersInfo(7), title + "A description that is cut after its fort");
+  for (const int number : {-1, 8, 42}) {
+    SCOPED_TRACE(number);
+    if (number != 8) describeProgram(number, "ignored");
+    EXPECT_EQ(getProgVersInfo(number), title);
+  }
 }
 
 }  // namespace

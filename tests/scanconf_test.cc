@@ -3,7 +3,8 @@
 
 #include <sys/stat.h>
 
-#include <sstream>
+#include <chrono>
+#include <thread>
 
 #include "tests/support/runtime_fixture.h"
 
@@ -55,8 +56,13 @@ TEST_F(Configuration, EveryKindOfLine) {
             "[p][1][-2][cmd \"quoted\" x][1][8][host][3][site][the text]"
             "[d][4][5][text with blanks ][s][6][" +
                 text + "][255][m]");
-  EXPECT_EQ(value("corefileprefix") + value("nodes") + value("backup_tape") + value("repairlimit"),
-            "a \"b\" %s16301");
+  EXPECT_EQ(value("corefileprefix"), "a \"b\" %s");
+  EXPECT_EQ(value("nodes"), "16");
+  EXPECT_EQ(value("backup_tape"), "");
+  EXPECT_EQ(value("repairlimit"), "301");
+}
+
+TEST(VarKey, HashIsThatOfTheWholeName) {
   EXPECT_EQ(VarKey::hash("historytime"), 2712245385U);
 }
 
@@ -84,12 +90,15 @@ TEST_F(Configuration, FaultLinesAreToldAndSkipped) {
       {"set inetd \"yes|no\"",
        "KORV-S-00352: Value \"yes|no\" of variable \"inetd\" is none of: auto|yes|no"}};
   for (const auto& [line, told] : cases) {
+    SCOPED_TRACE(line);
     const bool refused = told.starts_with("KORV");
     EXPECT_EQ(scan_text("debug 1 first\n" + line + "\ndebug 2 last\n"),
               refused ? "|WRN p:P Config. file line 2: " + told + "\n"
                       : "|" + told + " in config. file at line 2. Line ignored.\n");
     EXPECT_EQ(status_.failed(), refused);
-    EXPECT_EQ(recorded() + value("nodes") + value("inetd"), "[1][first][2][last]2");
+    EXPECT_EQ(recorded(), "[1][first][2][last]");
+    EXPECT_EQ(value("nodes"), "2");
+    EXPECT_EQ(value("inetd"), "");
   }
 }
 
@@ -116,14 +125,109 @@ TEST_F(Configuration, OpeningIsTriedTenTimesAndReadingSixTimes) {
   EXPECT_STREQ(status_.getText(), "KORV-S-05502: Reading file \"/dev/zero\" failed, OS status=27");
 }
 
+TEST_F(Configuration, PipeIsReadToItsEndOnceItHasAWriter) {
+  // As the shell's <(...) makes one: its writer has gone, and what it wrote is there.
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const std::string text = "debug 1 piped\n";
+  ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(ends[1]);
+  EXPECT_EQ(scan("/dev/fd/" + std::to_string(ends[0])), "|");
+  EXPECT_EQ(recorded(), "[1][piped]");
+  EXPECT_EQ(scan("/dev/fd/" + std::to_string(ends[0])), "|");  // an empty file
+  EXPECT_EQ(recorded(), "");
+  close(ends[0]);
+
+  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+  std::thread writer([&] {
+    std::ofstream pipe(path_);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    pipe << "debug 2 late\n";
+  });
+  const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+  scanConf(path_.c_str(), record_, status_, pause);
+  writer.join();
+  EXPECT_EQ(recorded(), "[2][late]");
+}
+
+TEST_F(Configuration, SecondFileGoesOnTopOfTheFirstUnlessBothDefineANode) {
+  scan_text("set nodes \"3\"\nset inetd \"yes\"\nnode 1 0 a 1 s t\n");
+  write_file(path_, "set nodes \"4\"\nnode 2 0 b 1 s t\nsite s 1 t\n");
+  addConf(path_.c_str(), record_, VarSet::instance(), status_);
+  const std::string both = "[1][0][a][1][s][t][2][0][b][1][s][t][s][1][t]";
+  EXPECT_EQ(recorded(), both);
+  EXPECT_EQ(value("nodes"), "4");
+  EXPECT_EQ(value("inetd"), "yes");
+
+  write_file(path_, "set nodes \"5\"\nnode 3 0 c 1 s t\nnode 1 0 c 1 s t\n");
+  addConf(path_.c_str(), record_, VarSet::instance(), status_);
+  EXPECT_EQ(status_.getText(), "KORV-S-00400: Node 1 of \"" + path_ +
+                                   "\" is defined in another configuration file, too");
+  EXPECT_EQ(recorded(), both);
+  EXPECT_EQ(value("nodes"), "4");
+}
+
+TEST_F(Configuration, FileCanBeJudgedBeforeItTakesEffect) {
+  write_file(path_, "set nodes \"3\"\nset alivetime \"1\"\n");
+  VarSet tried = VarSet::instance();
+  addConf(path_.c_str(), record_, tried, status_);
+  EXPECT_FALSE(status_.failed());
+  tried.constraints(status_);
+  EXPECT_EQ(status_.number, MOX_VARIABLES_CONTRADICT);
+  EXPECT_EQ(tried.get("nodes")->text(), "3");
+  EXPECT_EQ(value("nodes"), "2");
+  VarSet::instance() = tried;
+  EXPECT_EQ(value("nodes"), "3");
+}
+
+TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
+  set("nodes", "7");
+  VariableDict own;
+  defineVariables(own);
+  EXPECT_EQ(own.find("nodes")->text(), "2");
+  EXPECT_EQ(value("nodes"), "7");
+
+  int count = 0;
+  VariableDictIter all(VarSet::instance().dict());
+  while (all.next() != nullptr) ++count;
+  EXPECT_EQ(count, 200);  // 201 rows, two of which define one name
+  const Variable* repairlimit = own.find("repairlimit");
+  EXPECT_EQ(repairlimit->minimum(), 0);
+  EXPECT_EQ(repairlimit->initialNumber(), 20);
+  EXPECT_EQ(repairlimit->maximum(), 2147483647);
+  EXPECT_STREQ(own.find("ar_sender")->allowed(), "on|off");
+  EXPECT_STREQ(own.find("ar_sender")->initialText(), "off");
+}
+
+TEST_F(Configuration, FailingLookUpLeavesTheMessageThatIsBeingBuilt) {
+  const std::string output = printed([] {
+    logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+    logmsg.txt("before ");
+    EXPECT_EQ(varSetInt("no_such", 1), 320);
+    logmsg.txt("after\n");
+    logmsg.logg();
+  });
+  EXPECT_EQ(output, "|WRN p:P No variable named no_such.\np:P before after\n");
+}
+
+TEST_F(Configuration, NullOfACallerInCIsRefused) {
+  printed([] { EXPECT_EQ(varSetChar(nullptr, "1"), 320); });
+  EXPECT_EQ(varSetChar("nodes", nullptr), 368);
+  EXPECT_EQ(varSetChar("logfile", nullptr), 352);
+  EXPECT_EQ(varSetChar("backup_tape", nullptr), 0);
+  EXPECT_EQ(value("logfile"), "");
+}
+
 TEST_F(Configuration, CallersInCGetTheirDefaultUntilTheVariableIsSet) {
   int number = 0;
   char* text = nullptr;
   EXPECT_EQ(varGetInt("nodes", &number, 9999), 0);
   EXPECT_EQ(varSetInt("nodes", -1), 336);
   write_file(path_, "set logfile \"theirs\"\n");
-  EXPECT_EQ(cScanConf(path_.c_str()) + varGetChar("logfile", &text, "mine"), 0);
-  EXPECT_EQ(text + std::to_string(number), "theirs9999");
+  EXPECT_EQ(cScanConf(path_.c_str()), 0);
+  EXPECT_EQ(varGetChar("logfile", &text, "mine"), 0);
+  EXPECT_STREQ(text, "theirs");
+  EXPECT_EQ(number, 9999);
   EXPECT_EQ(varGetInt("logfile", &number, 7), 368);
   cSetDefaultVariables();
   EXPECT_EQ(varGetChar("logfile", &text, "mine"), 0);
