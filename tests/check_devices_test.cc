@@ -1,5 +1,6 @@
 // CHECK and DELETE of device files, on file systems and loop devices of the tests' own.
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -141,9 +142,81 @@ TEST_F(Devices, DeleteRemovesWhatThereIs) {
   const RunResult result = run_program(
       {MOX_RES_MGR, "delete",
        "node-0: device-0.path=" + first + ", device-1.path=" + link + ", device-2.path=" + second});
-  EXPECT_EQ(result.out, "Error: delete of file " + first + " failed\n");
+  const std::string report = "Error: delete of file " + first + " failed\n";
+  EXPECT_EQ(result.out.find("Error: delete of file"), result.out.size() - report.size());
+  EXPECT_TRUE(result.out.ends_with(report));
   EXPECT_NE(result.err.find("removing " + first + ": " + std::strerror(ENOENT)), std::string::npos);
   EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+}
+
+TEST_F(Devices, DeleteSaysWhenItRemovesADeviceNode) {
+  const std::string null = folder_ / "null";
+  const std::string loop = folder_ / "loop";
+  if (mknod(null.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0 ||
+      mknod(loop.c_str(), S_IFBLK | 0600, makedev(7, 200)) != 0) {
+    GTEST_SKIP() << "skipped: no device nodes: " << std::strerror(errno);
+  }
+  write_file(folder_ / "file", "x");
+  const RunResult result =
+      run_program({MOX_RES_MGR, "delete",
+                   "node-0: device-0.path=" + null + ", device-1.path=" + loop +
+                       ", device-2.path=" + (folder_ / "file")});
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+  for (const std::string& line : {null + " (character device 1:3); the disk is unchanged\n",
+                                  loop + " (block device 7:200); the disk is unchanged\n"}) {
+    EXPECT_NE(result.err.find("removed the device node " + line), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(result.err.find((folder_ / "file") + " ("), std::string::npos) << result.err;
+}
+
+TEST_F(Devices, TheLogTellsWhatWasEmptied) {
+  const std::string full = folder_ / "full";
+  write_file(full, "12345");
+  const auto log = [&](const std::string& node) {
+    return run_program({MOX_RES_MGR, "check", "node-0: ipcbase=10, " + node}).err;
+  };
+  const std::string emptied = "emptied " + full + ", which held 5 bytes\n";
+  EXPECT_TRUE(log(device(0, full, 1)).ends_with(emptied));
+  EXPECT_EQ(log(device(0, full, 1)), "");  // it is empty by now
+  write_file(full, "12345");
+  EXPECT_EQ(log("device-0.path=" + full).find("emptied"), std::string::npos);
+  EXPECT_EQ(read_file(full), "12345");
+}
+
+TEST_F(Devices, TheLogTellsWhySpaceIsLacking) {
+  const SmallFileSystem volume("10m");
+  if (!volume.refusal.empty()) GTEST_SKIP() << "skipped: no mount of its own: " << volume.refusal;
+  fs::create_directory(volume / "sub");
+  const std::string a = volume / "sub/a";
+  const std::string b = volume / "b";
+  write_file(b, "");
+  const auto expect_told = [&](const std::string& devices, const std::string& path,
+                               const std::string& figures) {
+    const std::string log =
+        run_program({MOX_RES_MGR, "check", "node-0: ipcbase=10, " + devices}).err;
+    const std::string line = "not enough space for " + path + " on the file system of " +
+                             volume.path() + ": " + figures + "\n";
+    EXPECT_NE(log.find(line), std::string::npos) << log << "instead of\n" << line;
+  };
+  // 3 MB take 768 blocks, one of the bitmap and three of the header.
+  expect_told(device(0, a, 3) + device(1, volume / "c", 8), volume / "c",
+              "needed 8404992 bytes, free 10485760, given away by this run 3162112");
+  expect_told(device(0, a, 3) + device(1, a, 3), a,
+              "needed 3162112 bytes, free 10485760, given away by this run 3162112; the command "
+              "names this path twice");
+  expect_told(device(0, a, 3) + device(1, b, 1), b,
+              "needed 1064960 bytes, free 10485760, given away by this run 3162112; a device that "
+              "exists needs the account of its file system for itself");
+}
+
+TEST_F(Devices, ManyOfThemNeedNoMoreDescriptorsThanFolders) {
+  std::string devices;
+  for (int i = 0; i < 50; ++i) devices += device(i, folder_ / std::to_string(i), 0);
+  const std::string command = "node-0: ipcbase=10, " + devices;
+  const RunResult result = run_program(
+      {"/bin/sh", "-c", "ulimit -n 12; exec \"$0\" check \"$1\"", MOX_RES_MGR, command});
+  EXPECT_EQ(result.out.find("Error:"), std::string::npos) << result.out;
   EXPECT_TRUE(fs::is_empty(folder_.path()));
 }
 

@@ -56,6 +56,12 @@ std::string no_segment(int key) {
          "Error: delete of shared memory segment " + text + " failed\n";
 }
 
+std::string no_set(int key) {
+  const std::string text = std::to_string(key);
+  return error_block(5520, 3, "Creating semaphore with key \"" + text + "\" failed", ENOENT) +
+         "Error: cannot attach to semaphore " + text + "\n";
+}
+
 using ResourceManager = IpcTest;
 
 TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
@@ -72,10 +78,9 @@ TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
             no_segment(5002) + no_segment(5003) + no_segment(5005));
   EXPECT_TRUE(kernel_segments().empty());
   EXPECT_TRUE(kernel_sets().empty());
-  EXPECT_EQ(output("delete node-1: ipcbase=5000", 0),
-            error_block(5520, 3, "Creating semaphore with key \"5005\" failed", ENOENT) +
-                "Error: cannot attach to semaphore 5005\n" + no_segment(5001) + no_segment(5002) +
-                no_segment(5003) + no_segment(5004) + no_segment(5005));
+  EXPECT_EQ(output("delete node-1: ipcbase=5000", 0), no_set(5005) + no_segment(5001) +
+                                                          no_segment(5002) + no_segment(5003) +
+                                                          no_segment(5004) + no_segment(5005));
 }
 
 TEST_F(ResourceManager, PutsEveryBufferOnItsKey) {
@@ -122,16 +127,18 @@ TEST_F(ResourceManager, OneOfTwoThatRaceForAKeyWins) {
 
 TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {
   semget(1005, 8, IPC_CREAT | 0600);
-  expect_logged("create node-0: ipcbase=1000",
-                "semaphore set with key 1005 exists and is taken over: semid ");
+  expect_logged("create node-0: ipcbase=1000", "taken over: semaphore set with key 1005: semid ");
   output("create node-1: ipcbase=1000", 1);
   // One that has fewer semaphores exists, too, but is of no use.
-  semget(3005, 2, IPC_CREAT | 0600);
+  const int few = semget(3005, 2, IPC_CREAT | 0600);
   const std::string failure =
       error_block(5520, 3, "Creating semaphore with key \"3005\" failed", EINVAL);
   EXPECT_EQ(output("create node-2: ipcbase=3000", 1),
             "checking ipcbase 3000\n" + failure + "Error: mutex creation failed\n" + failure +
                 "Error: create failed, removing 1 elements\n" + abnormal);
+  expect_logged("create node-2: ipcbase=3000", "in the way: semaphore set with key 3005: semid " +
+                                                   std::to_string(few) +
+                                                   ", owner uid 0, creator uid 0, 2 semaphores\n");
   EXPECT_EQ(segment_keys(), std::vector<int>{1004});
   EXPECT_EQ(set_keys(), (std::vector<int>{1005, 3005}));
 }
@@ -154,22 +161,55 @@ TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
             first + "checking ipcbase 10\n" +
                 error_block(5515, 4, "Shared memory segment with key \"14\" exists already") +
                 "Error: check failed\n");
+  expect_logged("check node-1: ipcbase=10 node-2: ipcbase=10",
+                "in the way: this run made that segment for node 1, with ipcbase 10\n");
   EXPECT_TRUE(kernel_segments().empty());
   EXPECT_TRUE(kernel_sets().empty());
   EXPECT_EQ(output("check --search node-0: ipcbase=100, device-0.path=/x", 1),
             "Error: --search not allowed for devices\n" + abnormal);
 }
 
-TEST_F(ResourceManager, RefusesKeyZeroEverywhere) {
+TEST_F(ResourceManager, RefusesToCreateOnKeyZero) {
   const std::string failure =
       "Error: illegal key 0\n" +
       error_block(5510, 4, "Getting shared memory segment with key \"0\" failed", 0);
   EXPECT_EQ(output("create node-0: ipcbase=0", 1),
             failure + "Error: create failed, removing 0 elements\n" + abnormal);
   EXPECT_EQ(output("check node-0:", 0), failure + "Error: check failed\n");
-  shmget(1, 10, IPC_CREAT | 0600);
-  EXPECT_EQ(output("delete node-0: ipcbase=0", 0), "Error: illegal key 0\n");
-  EXPECT_EQ(segment_keys(), std::vector<int>{1});
+}
+
+TEST_F(ResourceManager, DeletesWithoutABaseAndNamesWhatItRemoved) {
+  const int segment = shmget(1, 10, IPC_CREAT | 0600);
+  const int set = semget(5, 8, IPC_CREAT | 0600);
+  shmget(6, 10, IPC_CREAT | 0600);
+  const RunResult result = run("delete node-0: device-0.path=/nonexistent/file");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, no_segment(2) + no_segment(3) + no_segment(4) + no_segment(5) +
+                            "Error: delete of file /nonexistent/file failed\n");
+  for (const std::string& removed :
+       {"segment with key 1: shmid " + std::to_string(segment) + ", owner uid 0, 10 bytes",
+        "semaphore set with key 5: semid " + std::to_string(set) + ", owner uid 0"}) {
+    EXPECT_NE(result.err.find("removed for a node without ipcbase: " + removed), std::string::npos)
+        << result.err;
+  }
+  EXPECT_EQ(segment_keys(), std::vector<int>{6});
+  EXPECT_TRUE(set_keys().empty());
+  // Under a base of its own, a removal is what was asked for.
+  shmget(104, 10, IPC_CREAT | 0600);
+  EXPECT_EQ(run("delete node-0: ipcbase=100").err.find("removed"), std::string::npos);
+}
+
+TEST_F(ResourceManager, SearchesUpToTheLastKeyAndNotBeyond) {
+  EXPECT_EQ(output("create --search node-0: ipcbase=2147483640", 0),
+            "checking ipcbase 2147483640\nnode-0:ipcbase=2147483640\n");
+  const std::string failure = "Error: search failed\nError: create failed, removing 0 elements\n";
+  for (const std::string base : {"2147483640", "2147483637", "2147483641", "2147483647"}) {
+    EXPECT_EQ(output("create --search node-0: ipcbase=" + base, 1), failure + abnormal) << base;
+    expect_logged("check --search node-0: ipcbase=" + base,
+                  "search of free keys: no eight keys in a row are free from " + base + " on");
+  }
+  EXPECT_EQ(output("create --search node-0: ipcbase=2147483632", 0),
+            "checking ipcbase 2147483632\nnode-0:ipcbase=2147483632\n");
 }
 
 TEST_F(ResourceManager, ExplainsWhatTheKernelRefuses) {
@@ -254,11 +294,72 @@ TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
   EXPECT_EQ(segment_keys(), std::vector<int>{104});
   EXPECT_EQ(output("-f " + folder.path(), 1),
             error_block(5502, 4, "Reading file \"" + folder.path() + "\" failed", EISDIR));
-  ASSERT_EQ(mkfifo((path + ".fifo").c_str(), 0600), 0);
-  output("-f " + path + ".fifo", 1);
   std::string million = "create";
   for (int i = 0; i < 1000000; ++i) million += " x";
   EXPECT_EQ(output_of(million, 1), "Error: x\n create x\n        ^\n" + usage_text + abnormal);
+  // Holes are refused before they fill the memory.
+  truncate(path.c_str(), 3L << 30);
+  EXPECT_EQ(
+      run_program({"/bin/sh", "-c", "ulimit -v 1000000; exec " MOX_RES_MGR " -f " + path}).out,
+      "Error: command file " + path + " holds a zero byte\n");
+  truncate(path.c_str(), 1L << 32);
+  EXPECT_EQ(output("-f " + path, 1),
+            error_block(5502, 4, "Reading file \"" + path + "\" failed", EFBIG));
+}
+
+TEST_F(ResourceManager, ReadsPipesToTheirEnd) {
+  const TempFolder folder;
+  const std::string fifo = folder / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string text = "(printf create; sleep 0.3; printf ' node-0: ipcbase=100')";
+  const std::string commands[] = {
+      text + " | " MOX_RES_MGR " -f /dev/stdin",
+      "(sleep 0.3; " + text + " >" + fifo + ") & " MOX_RES_MGR " -f " + fifo};
+  for (const std::string& command : commands) {
+    EXPECT_EQ(run_program({"/bin/sh", "-c", command}).out,
+              "checking ipcbase 100\nnode-0:ipcbase=100\n")
+        << command;
+    run("delete node-0: ipcbase=100");
+  }
+  // A pipe that nobody writes to is empty.
+  EXPECT_EQ(output("-f " + fifo, 1), "Error: \\n\n\n^\n" + usage_text + abnormal);
+  EXPECT_EQ(run_program({"/bin/sh", "-c", "yes | " MOX_RES_MGR " -f /dev/stdin"}).out,
+            error_block(5502, 4, "Reading file \"/dev/stdin\" failed", EFBIG));
+}
+
+TEST_F(ResourceManager, ExplainsSyntaxErrorsInTheLog) {
+  const TempFolder folder;
+  const std::string path = folder / "command";
+  const struct {
+    const char* text;
+    const char* place;
+    const char* advice;
+  } cases[] = {
+      {"create\nnode-1: ipcbase=5000,\n\tdatabfu=5\n", "line 3, column 2",
+       ": did you mean databuf?"},
+      {"\n\nCREATE node-1:", "line 3, column 1", ": keywords are lower case: create"},
+      {"create node-1: databuf=12M", "line 1, column 26",
+       ": sizes are plain bytes: 12M is 12582912"},
+      {"create node-1: databuf=2KiB,\n", "line 1, column 25",
+       ": sizes are plain bytes: 2KiB is 2048"},
+      {"check node-1: device-0.size = 10M", "line 1, column 33",
+       ": the size of a device is a plain number of MB"},
+      {"create node-1: frobnicate=7", "line 1, column 16", ""},
+      {"create node-1: dataf=7", "line 1, column 16", ""},
+      {"create node-1: 5 0", "line 1, column 16", ""},
+      {"create\n  node-1\n\n", "line 4, column 1", ""},
+      {"create node-1: ipcbase=1,\r\n ipcbase=7", "line 2, column 9", ""},
+  };
+  for (const auto& c : cases) {
+    write_file(path, c.text);
+    SCOPED_TRACE(c.text);
+    const std::string head = "syntax error in " + path + ", " + c.place + c.advice + "\n";
+    EXPECT_TRUE(run("-f " + path).err.ends_with(" " + head)) << run("-f " + path).err;
+    const std::string on_the_line = run_program({MOX_RES_MGR, c.text}).err;
+    const std::string advice = c.advice;
+    EXPECT_EQ(on_the_line.empty(), advice.empty()) << on_the_line;
+    EXPECT_TRUE(advice.empty() || on_the_line.ends_with(" syntax error" + advice + "\n"));
+  }
 }
 
 // The report may be lost; what the command did, and what its status says of it, may not.
@@ -275,12 +376,19 @@ TEST_F(ResourceManager, SurvivesAClosedOrFullStandardOutput) {
     const RunResult create = shell("create node-0: ipcbase=10 node-1: ipcbase=20");
     EXPECT_EQ(create.status, 0) << redirection;
     EXPECT_NE(create.err.find("standard output could not be written"), std::string::npos);
+    EXPECT_EQ(create.err.find("ipcbase="), std::string::npos);
     EXPECT_EQ(segment_keys(), (std::vector<int>{14, 24})) << redirection;
     EXPECT_EQ(shell("check node-0: ipcbase=10").status, 1) << redirection;
     EXPECT_EQ(shell("create node-2: ipcbase=30 node-0: ipcbase=10").status, 1) << redirection;
     EXPECT_EQ(shell("delete node-0: ipcbase=10 node-1: ipcbase=20").status, 1) << redirection;
     EXPECT_TRUE(kernel_segments().empty()) << redirection;
     EXPECT_TRUE(kernel_sets().empty()) << redirection;
+    // The bases that a search has found stand nowhere else.
+    const RunResult search = shell("create --search node-1: ipcbase=10 node-7: ipcbase=10");
+    EXPECT_EQ(search.status, 0) << redirection;
+    EXPECT_NE(search.err.find(" node-1:ipcbase=10\n"), std::string::npos) << search.err;
+    EXPECT_NE(search.err.find(" node-7:ipcbase=18\n"), std::string::npos) << search.err;
+    run("delete node-1: ipcbase=10 node-7: ipcbase=18");
   }
 }
 

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
+#include "common/base/pathwalk.h"
 #include "kern/device/devicefile.h"
 #include "kern/device/devicepath.h"
 #include "kern/device/diskinfo.h"
@@ -100,13 +102,28 @@ bool device_info(const std::string& path, std::uint32_t& device, bool& exists, s
 }
 
 std::int64_t findsize(const std::string& path) {
+  const PathEnd end = walkPath(path, trustedLink);
+  if (!end.folder) return 0;
   // Never creates or empties anything, should the path have become a file meanwhile.
-  const int flags = (device_open_flags() & ~(O_CREAT | O_TRUNC)) | O_NONBLOCK;
-  const int fd = open(path.c_str(), flags);
-  if (fd < 0) return 0;
-  const std::int64_t bytes = count_readable_units(fd) * unit;
-  close(fd);
-  return bytes;
+  const int flags = (device_open_flags() & ~(O_CREAT | O_TRUNC)) | O_NOFOLLOW | O_NONBLOCK;
+  const Descriptor file(openat(end.folder.get(), end.name.c_str(), flags));
+  return file ? count_readable_units(file.get()) * unit : 0;
+}
+
+std::string file_system_of(const std::string& path) {
+  int error = 0;
+  const std::string target = resolve_symlink(path, error);
+  std::string at = get_dirname(target);
+  char* const real = realpath(at.c_str(), nullptr);
+  if (real != nullptr) at = real;
+  std::free(real);
+  struct stat here {};
+  struct stat above {};
+  while (at != "/" && stat(at.c_str(), &here) == 0 && stat(get_dirname(at).c_str(), &above) == 0 &&
+         here.st_dev == above.st_dev) {
+    at = get_dirname(at);
+  }
+  return at;
 }
 
 std::uint64_t mox_phys_space(std::uint64_t payload) {

@@ -31,6 +31,10 @@ Place look_at(const std::string& path);
 bool device_info(const std::string& path, std::uint32_t& device, bool& exists, std::uint64_t& space,
                  int& error);
 
+// Where the file system is mounted that holds an existing path or the folder of a missing one, as
+// far as that can be told.
+std::string file_system_of(const std::string& path);
+
 // The size of a character or block device in bytes, found by reading whole units of 1024 bytes; 0
 // when it cannot be opened. Devices without an end yield 2^62.
 std::int64_t findsize(const std::string& path);

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <set>
 #include <tuple>
 
@@ -43,23 +42,6 @@ Check check_of(const DeviceFacts& facts) {
   if (facts.state == DeviceState::ABSENT) return Check::CREATE;
   if (facts.block_device != 0) return is_held(facts.block_device) ? Check::BUSY : Check::NONE;
   return facts.bytes.value_or(0) > 0 ? Check::EMPTY : Check::NONE;
-}
-
-// The mount point of the file system that holds the path, or the path where it ends in the dark.
-std::string file_system_of(const std::string& path) {
-  int error = 0;
-  const std::string target = resolve_symlink(path, error);
-  std::string at = get_dirname(target);
-  char* const real = realpath(at.c_str(), nullptr);
-  if (real != nullptr) at = real;
-  std::free(real);
-  struct stat here {};
-  struct stat above {};
-  while (at != "/" && stat(at.c_str(), &here) == 0 && stat(get_dirname(at).c_str(), &above) == 0 &&
-         here.st_dev == above.st_dev) {
-    at = get_dirname(at);
-  }
-  return at;
 }
 
 class Accounts {

@@ -1,19 +1,28 @@
 #include "kern/mox_res_mgr/command_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
+#include "common/base/descriptor.h"
+#include "common/base/printable.h"
 #include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {
 
 namespace {
+
+constexpr std::uint64_t most_of_a_file = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint64_t most_of_a_pipe = 128 << 20;  // its size is not known before it is read
 
 bool refuse(const char* name, Moxstatus_e number, int os_error,
             SourcePosition at = SourcePosition::here()) {
@@ -22,41 +31,83 @@ bool refuse(const char* name, Moxstatus_e number, int os_error,
   return false;
 }
 
-bool read_text(const char* name, int file, std::string& text) {
-  int os_error = 0;
-  const std::int64_t size = mox_file_size(name, os_error);
-  if (size < 0) return refuse(name, MOX_CONTROL_FAILED, os_error);
-  if (size > std::numeric_limits<std::uint32_t>::max()) {
-    return refuse(name, MOX_READ_FAILED, EFBIG);
-  }
-  text.resize(static_cast<std::size_t>(size));
-  errno = 0;
-  const ssize_t count = ::read(file, text.data(), text.size());
-  if (count != size) return refuse(name, MOX_READ_FAILED, errno);
-  // The words behind a zero byte would be lost without a word.
-  if (text.find('\0') != std::string::npos) {
-    say("Error: command file %s holds a zero byte\n", name);
-    return false;
-  }
-  return true;
+// Opened without waiting, a FIFO shows its end until its first writer has come, and one that a
+// script has just started may not have come yet. From here on reads wait.
+bool settle(int file, bool is_pipe) {
+  constexpr int patience = 2000;  // ms
+  pollfd to_read{file, POLLIN, 0};
+  if (is_pipe && poll(&to_read, 1, patience) < 0) return false;
+  const int flags = fcntl(file, F_GETFL);
+  return flags >= 0 && fcntl(file, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 }  // namespace
 
-bool command_file::read(const char* name) {
-  // Without O_NONBLOCK, a FIFO would wait for somebody to open its other end.
-  const int file = open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0) return refuse(name, MOX_OPEN_FAILED, errno);
-  const bool good = read_text(name, file, text_);
-  close(file);
-  if (!good) return false;
-  words_.reserve(text_.size() / 2 + 1);
-  constexpr const char* separators = " \n\r\t";
-  for (char* word = std::strtok(text_.data(), separators); word != nullptr;
-       word = std::strtok(nullptr, separators)) {
-    words_.push_back(word);
+bool command_file::read_text(const char* name, int file) {
+  int os_error = 0;
+  const std::int64_t size = mox_file_size(name, os_error);
+  if (size < 0) return refuse(name, MOX_CONTROL_FAILED, os_error);
+  struct stat status {};
+  if (fstat(file, &status) != 0) return refuse(name, MOX_CONTROL_FAILED, errno);
+  const bool is_file = S_ISREG(status.st_mode);
+  const std::uint64_t most = is_file ? most_of_a_file : most_of_a_pipe;
+  if (static_cast<std::uint64_t>(size) > most) return refuse(name, MOX_READ_FAILED, EFBIG);
+  if (!settle(file, S_ISFIFO(status.st_mode))) return refuse(name, MOX_READ_FAILED, errno);
+
+  char chunk[1 << 16];
+  while (true) {
+    const ssize_t count = ::read(file, chunk, sizeof chunk);
+    if (count < 0) return refuse(name, MOX_READ_FAILED, errno);
+    if (count == 0) break;
+    // strtok and its like would silently drop what follows a zero byte in a word. Noticed at once,
+    // so that a file of holes does not fill the memory first.
+    if (std::memchr(chunk, '\0', static_cast<std::size_t>(count)) != nullptr) {
+      say("Error: command file %s holds a zero byte\n", printable(name).c_str());
+      return false;
+    }
+    text_.append(chunk, static_cast<std::size_t>(count));
+    if (text_.size() > most) return refuse(name, MOX_READ_FAILED, EFBIG);
+  }
+  if (is_file && text_.size() != static_cast<std::size_t>(size)) {
+    return refuse(name, MOX_READ_FAILED, 0);  // it changed meanwhile
   }
   return true;
+}
+
+void command_file::cut_into_words() {
+  words_.reserve(text_.size() / 2 + 1);
+  bool in_word = false;
+  for (std::size_t i = 0; i < text_.size(); ++i) {
+    const bool separates = std::string_view(" \n\r\t").find(text_[i]) != std::string_view::npos;
+    if (!separates && !in_word) words_.push_back(&text_[i]);
+    in_word = !separates;
+    if (text_[i] == '\n') line_ends_.push_back(i);
+    if (separates) text_[i] = '\0';
+  }
+}
+
+bool command_file::read(const char* name) {
+  const Descriptor file(open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file) return refuse(name, MOX_OPEN_FAILED, errno);
+  if (!read_text(name, file.get())) return false;
+  cut_into_words();
+  return true;
+}
+
+std::string command_file::place(std::size_t position) const {
+  std::size_t at = text_.size();
+  for (const char* const word : words_) {
+    const std::size_t length = 1 + std::strlen(word);
+    if (position < length) {
+      at = static_cast<std::size_t>(word - text_.data()) + position - 1;
+      break;
+    }
+    position -= length;
+  }
+  const auto line_end = std::lower_bound(line_ends_.begin(), line_ends_.end(), at);
+  const std::size_t line_start = line_end == line_ends_.begin() ? 0 : *std::prev(line_end) + 1;
+  return "line " + std::to_string(line_end - line_ends_.begin() + 1) + ", column " +
+         std::to_string(at - line_start + 1);
 }
 
 }  // namespace resmgr

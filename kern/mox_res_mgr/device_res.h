@@ -25,9 +25,10 @@ struct device_res {
   void create(undo_log& log);
 
  private:
-  std::uint64_t need() const;  // bytes on disk
-  void create_file(std::uint32_t physical, std::uint64_t space, undo_log& log);
-  void check_existing(std::uint32_t physical, std::uint64_t space);
+  // False, with `stat`, when there is no such device to reserve space for.
+  bool create_file(undo_log& log);
+  bool check_existing();
+  void reserve_space(std::uint32_t physical, bool exists, std::uint64_t free);
 };
 
 }  // namespace resmgr

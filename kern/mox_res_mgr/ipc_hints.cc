@@ -34,14 +34,6 @@ std::string memory_figure(const std::string& name) {
   return "?";
 }
 
-std::string describe(std::int32_t key, int shmid, const shmid_ds& segment) {
-  return "segment with key " + std::to_string(key) + ": shmid " + std::to_string(shmid) +
-         ", owner uid " + std::to_string(segment.shm_perm.uid) + ", " +
-         std::to_string(segment.shm_segsz) + " bytes, attached " +
-         std::to_string(segment.shm_nattch) + " times, created by pid " +
-         std::to_string(segment.shm_cpid);
-}
-
 std::string segment_count_or_pages() {
   shm_info info{};
   if (shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&info)) < 0) {
@@ -88,36 +80,50 @@ void hint_at_semaphore_limit(int os_error) {
   logLine(LEVEL_WRN, "kernel limit met: " + sets_or_semaphores());
 }
 
+// The _ANY operations ask for no read permission, and take the identifier for its index in the
+// kernel's table.
+std::string describe_segment(std::int32_t key, int shmid) {
+  std::string text = "segment with key " + std::to_string(key) + ": shmid " + std::to_string(shmid);
+  shmid_ds segment{};
+  if (shmctl(shmid, SHM_STAT_ANY, &segment) != shmid) return text + ", which cannot be looked at";
+  return text + ", owner uid " + std::to_string(segment.shm_perm.uid) + ", " +
+         std::to_string(segment.shm_segsz) + " bytes, attached " +
+         std::to_string(segment.shm_nattch) + " times, created by pid " +
+         std::to_string(segment.shm_cpid);
+}
+
+std::string describe_set(std::int32_t key, int semid) {
+  std::string text =
+      "semaphore set with key " + std::to_string(key) + ": semid " + std::to_string(semid);
+  semid_ds set{};
+  if (semctl(semid, 0, SEM_STAT_ANY, &set) != semid) return text + ", which cannot be looked at";
+  return text + ", owner uid " + std::to_string(set.sem_perm.uid) + ", creator uid " +
+         std::to_string(set.sem_perm.cuid) + ", " + std::to_string(set.sem_nsems) + " semaphores";
+}
+
 void hint_at_segment_in_the_way(std::int32_t key) {
   const int shmid = shmget(key, 0, 0);
-  shmid_ds segment{};
-  if (shmid < 0) return;
-  // Asks for no read permission, and takes the identifier for its index in the kernel's table.
-  if (shmctl(shmid, SHM_STAT_ANY, &segment) == shmid) {
-    logLine(LEVEL_WRN, "in the way: " + describe(key, shmid, segment));
-  } else {
-    logLine(LEVEL_WRN, "in the way: segment with key " + std::to_string(key) + ": shmid " +
-                           std::to_string(shmid) + ", which this user may not read");
-  }
+  if (shmid >= 0) logLine(LEVEL_WRN, "in the way: " + describe_segment(key, shmid));
+}
+
+void hint_at_set_in_the_way(std::int32_t key) {
+  const int semid = semget(key, 0, 0);
+  if (semid >= 0) logLine(LEVEL_WRN, "in the way: " + describe_set(key, semid));
 }
 
 void hint_at_adopted_set(std::int32_t key, int semid) {
-  semid_ds set{};
-  std::string text = "semaphore set with key " + std::to_string(key) +
-                     " exists and is taken over: semid " + std::to_string(semid);
-  if (semctl(semid, 0, IPC_STAT, &set) == 0) {
-    text += ", owner uid " + std::to_string(set.sem_perm.uid) + ", creator uid " +
-            std::to_string(set.sem_perm.cuid) + ", " + std::to_string(set.sem_nsems) +
-            " semaphores";
-  }
-  logLine(LEVEL_WRN, text);
+  logLine(LEVEL_WRN, "taken over: " + describe_set(key, semid));
 }
 
 void hint_at_attached_segment(std::int32_t key, int shmid) {
   shmid_ds segment{};
-  if (shmid < 0 || shmctl(shmid, IPC_STAT, &segment) != 0 || segment.shm_nattch == 0) return;
+  if (shmctl(shmid, SHM_STAT_ANY, &segment) != shmid || segment.shm_nattch == 0) return;
   logLine(LEVEL_WRN,
-          "removed while in use, and gone with the last detach: " + describe(key, shmid, segment));
+          "removed while in use, and gone with the last detach: " + describe_segment(key, shmid));
+}
+
+void hint_at_removal_without_base(const std::string& what) {
+  logLine(LEVEL_WRN, "removed for a node without ipcbase: " + what);
 }
 
 void warn_of_forced_removal() {

@@ -1,9 +1,15 @@
 #include "kern/mox_res_mgr/ipc_res.h"
 
+#include <sys/sem.h>
 #include <sys/shm.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <limits>
+#include <string>
 
+#include "common/logger.h"
 #include "common/sharedmem.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
 #include "kern/mox_res_mgr/key_list.h"
@@ -13,21 +19,28 @@ namespace resmgr {
 
 namespace {
 
-// More sets than any host can have: the kernel numbers them with 24 bits.
-constexpr int most_semaphore_sets = 1 << 24;
+// The last base whose eight keys all lie below the end of the keys.
+constexpr std::int64_t last_base = std::numeric_limits<std::int32_t>::max() - (keys_per_node - 1);
 
-// Whether a look-up that failed has nevertheless told that the set is there: it is another user's,
-// or has fewer semaphores.
-bool set_exists(int os_error) {
-  return os_error == EACCES || os_error == EINVAL;
+// The first base from `base` on whose eight keys are not in the list.
+std::int64_t step_over_used_keys(const key_list& used, std::int64_t base) {
+  while (base <= last_base) {
+    const auto behind = used.upper_bound(static_cast<std::int32_t>(base + keys_per_node - 1));
+    if (behind == used.begin() || *std::prev(behind) < base) break;
+    base = std::int64_t{*std::prev(behind)} + 1;
+  }
+  return base;
 }
 
-// How far to step from `base` to leave behind the last key in use among its eight; 0: all are free.
-unsigned step_over_used_keys(const key_list& used, const ipc_res& base) {
-  for (unsigned offset = keys_per_node; offset > 0; --offset) {
-    if (used.contains(base.key(offset - 1))) return offset;
-  }
-  return 0;
+enum class presence { absent, present, unknown };
+
+// What `stat` of utlMapMutex tells of the set. A look-up with a number of semaphores may fail for
+// that number, so a failed one is followed by one without.
+presence of_set(std::int32_t key) {
+  if (!stat.failed()) return presence::present;
+  if (stat.os_error == ENOENT) return presence::absent;
+  if (semget(key, 0, 0) >= 0 || errno == EACCES) return presence::present;
+  return errno == ENOENT ? presence::absent : presence::unknown;
 }
 
 }  // namespace
@@ -38,6 +51,12 @@ ipc_res::ipc_res() {
 
 std::int32_t ipc_res::key(unsigned offset) const {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(ipcbase) + offset);
+}
+
+bool ipc_res::wants(std::int32_t wanted) const {
+  return std::ranges::any_of(buffers, [&](const buffer& row) {
+    return size[row.offset] != 0 && key(row.offset) == wanted;
+  });
 }
 
 void ipc_res::create(undo_log& log) {
@@ -54,6 +73,7 @@ void ipc_res::create(undo_log& log) {
     return;
   }
   adopt_or_create_set(log);
+  if (searched && !stat.failed()) refuse_neighbour();
 }
 
 bool ipc_res::create_segment(const buffer& wanted, undo_log& log) {
@@ -76,7 +96,7 @@ bool ipc_res::create_set(undo_log& log) {
   const std::int32_t at = key(semaphores_offset);
   announcement<sem_undo_op> entry(log, at, semaphores_per_node);
   const Whose whose = utlCreateOwnMutex(&stat, &mutex, at, semaphores_per_node);
-  if (whose == Whose::OURS) entry.made(utlMappedMutex());
+  if (whose == Whose::OURS) entry.made(utlMappedMutex(), whose);
   if (!stat.failed()) return true;
   hint_at_semaphore_limit(stat.os_error);
   return false;
@@ -87,13 +107,17 @@ void ipc_res::adopt_or_create_set(undo_log& log) {
   utlMapMutex(&stat, &mutex, at, semaphores_per_node);
   if (!stat.failed()) {
     const int adopted = utlMappedMutex();
-    announcement<sem_undo_op>(log, at, semaphores_per_node).made(adopted);
+    announcement<sem_undo_op>(log, at, semaphores_per_node).made(adopted, Whose::STRANGERS);
     utlUnmapMutex();
     hint_at_adopted_set(at, adopted);
     return;
   }
   // Only a set that is known to be absent is created.
-  if (stat.os_error == ENOENT && create_set(log)) return;
+  if (of_set(at) == presence::absent) {
+    if (create_set(log)) return;
+  } else {
+    hint_at_set_in_the_way(at);
+  }
   emit_korv_error();
   say("Error: mutex creation failed\n");
   pushTraceStatus(&stat);
@@ -103,31 +127,44 @@ bool ipc_res::search() {
   initStatus_s(&stat);
   key_list& used = get_shm_list();
   if (stat.failed()) return false;
-  for (int sets_met = 0; sets_met < most_semaphore_sets;) {
-    if (const unsigned step = step_over_used_keys(used, *this); step > 0) {
-      ipcbase = key(step);
-      continue;
-    }
-    utlMapMutex(&stat, &mutex, key(semaphores_offset), semaphores_per_node);
+  std::int64_t base = ipcbase;
+  while ((base = step_over_used_keys(used, base)) <= last_base) {
+    const auto set_key = static_cast<std::int32_t>(base + semaphores_offset);
+    utlMapMutex(&stat, &mutex, set_key, semaphores_per_node);
     utlUnmapMutex();
-    if (stat.failed() && stat.os_error == ENOENT) {
+    const presence set = of_set(set_key);
+    if (set == presence::absent) {
+      ipcbase = static_cast<std::int32_t>(base);
       for (unsigned offset = 0; offset < keys_per_node; ++offset) used.insert(key(offset));
+      searched = true;
       return true;
     }
-    if (stat.failed() && !set_exists(stat.os_error)) break;
-    ipcbase = key(1);
-    ++sets_met;
+    if (set == presence::unknown) {
+      stat.report("search of free keys:");
+      return false;
+    }
+    ++base;
   }
-  stat.report("search of free keys:");
+  logLine(LEVEL_ERR, "search of free keys: no eight keys in a row are free from " +
+                         std::to_string(ipcbase) + " on");
   return false;
+}
+
+// A DELETE of either node would remove objects of the other.
+void ipc_res::refuse_neighbour() {
+  for (unsigned offset = 0; offset < keys_per_node; ++offset) {
+    if (size[offset] != 0 || key(offset) == IPC_PRIVATE) continue;
+    const bool taken = shmget(key(offset), 0, 0) >= 0 || errno == EACCES;
+    if (!taken && errno == ENOENT) continue;
+    const int os_error = taken ? 0 : errno;
+    stat.set(SEV_SYSTEMERR, taken ? MOX_SHM_EXISTS : MOX_SHM_GET_FAILED, os_error, {key(offset)});
+    pushTraceStatus(&stat);
+    return;
+  }
 }
 
 void ipc_res::del() {
   initStatus_s(&stat);
-  if (ipcbase == 0) {
-    say("Error: illegal key 0\n");
-    return;
-  }
   delete_semaphores();
   for (const buffer& row : buffers) delete_segment(row);
 }
@@ -140,20 +177,26 @@ void ipc_res::delete_semaphores() {
     initStatus_s(&stat);
     return;
   }
+  const std::string set =
+      ipcbase == 0 ? describe_set(key(semaphores_offset), utlMappedMutex()) : std::string();
   utlRemoveMutex(&stat);
-  if (stat.failed()) {
-    emit_korv_error();
-    say("Error: delete of semaphore %d failed\n", key(semaphores_offset));
-    initStatus_s(&stat);
+  if (!stat.failed()) {
+    if (ipcbase == 0) hint_at_removal_without_base(set);
+    return;
   }
+  emit_korv_error();
+  say("Error: delete of semaphore %d failed\n", key(semaphores_offset));
+  initStatus_s(&stat);
 }
 
 void ipc_res::delete_segment(const buffer& row) {
   const std::int32_t at = key(row.offset);
   // Looked up first, as a segment that is in use loses its key with the removal.
   const int shmid = shmget(at, 0, 0);
+  const std::string segment = ipcbase == 0 ? describe_segment(at, shmid) : std::string();
   sharedRemove(at, 0, stat);
   if (!stat.failed()) {
+    if (ipcbase == 0) hint_at_removal_without_base(segment);
     hint_at_attached_segment(at, shmid);
   } else if (!row.may_be_absent || stat.os_error != ENOENT) {
     emit_korv_error();

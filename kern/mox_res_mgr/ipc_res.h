@@ -22,6 +22,7 @@ struct ipc_res {
   std::int32_t ipcbase = 0;                         // 0: not given
   std::array<std::uint32_t, keys_per_node> size{};  // bytes, by key offset; 0: no segment wanted
   MutexHandle mutex = unmapped_mutex();
+  bool searched = false;  // a creation also fails when somebody took another of the eight keys
 
   // Creates what is wanted and enters it in `log`, also when it fails half-way; a semaphore set
   // that exists is taken over. Failure is shown by `stat`: 5510 (key 0, or the kernel's refusal),
@@ -36,7 +37,8 @@ struct ipc_res {
   bool create_set(undo_log& log);
 
   // Moves the base key upwards to the first one whose eight keys are free, and reserves them for
-  // this run. False when the keys in use cannot be told.
+  // this run. False, with the reason in the log, when there is none below the end of the keys or
+  // the keys in use cannot be told.
   bool search();
 
   // Removes whatever of the node's resources exists. Reports each failure and goes on; `stat` is
@@ -46,8 +48,12 @@ struct ipc_res {
   // The key at an offset; behind the largest key follows the smallest.
   std::int32_t key(unsigned offset) const;
 
+  // Whether a creation makes a segment with that key.
+  bool wants(std::int32_t key) const;
+
  private:
   void adopt_or_create_set(undo_log& log);
+  void refuse_neighbour();
   void delete_segment(const buffer& row);
   void delete_semaphores();
 };

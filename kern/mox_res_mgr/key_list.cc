@@ -24,29 +24,44 @@ void report_unreadable(const char* what) {
                          std::strerror(os_error));
 }
 
+// The keys of all segments. Other processes may add segments between the two calls.
+bool read_keys(std::vector<std::int32_t>& keys, const char*& failed_at) {
+  constexpr int most_tries = 100;
+  unsigned count = 0;
+  for (int tries = 0; tries < most_tries; ++tries) {
+    failed_at = "nkeys";
+    if (!sharedKeys(nullptr, 0, &count)) return false;
+    keys.resize(count);
+    if (count == 0) return true;
+    constexpr std::size_t headroom = 1024;
+    keys.resize(count + headroom);
+    failed_at = "keys";
+    if (sharedKeys(keys.data(), static_cast<unsigned>(keys.size()), &count)) {
+      keys.resize(count);
+      return true;
+    }
+    if (errno != ENOSPC) return false;
+  }
+  return false;
+}
+
 }  // namespace
 
 key_list& get_shm_list() {
   if (!must_read) return shm_list;
-  shm_list.clear();
   must_read = false;
-
-  unsigned count = 0;
-  if (!sharedKeys(nullptr, 0, &count)) {
-    report_unreadable("nkeys");
-    return shm_list;
+  std::vector<std::int32_t> keys;
+  const char* failed_at = nullptr;
+  if (read_keys(keys, failed_at)) {
+    shm_list.insert(keys.begin(), keys.end());
+  } else {
+    report_unreadable(failed_at);
   }
-  if (count == 0) return shm_list;
-
-  // Other processes may add segments between the two calls.
-  constexpr unsigned headroom = 1024;
-  std::vector<std::int32_t> keys(count + headroom);
-  if (!sharedKeys(keys.data(), static_cast<unsigned>(keys.size()), &count)) {
-    report_unreadable("keys");
-    return shm_list;
-  }
-  shm_list.insert(keys.begin(), keys.begin() + count);
   return shm_list;
+}
+
+void refresh_shm_list() {
+  must_read = true;
 }
 
 }  // namespace resmgr

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <new>
 
+#include "common/base/printable.h"
 #include "common/buildinfo.h"
 #include "common/releaseinfo.h"
 #include "common/scanarg.h"
@@ -23,27 +24,30 @@ exit_status reported() {
   return resmgr::output_written() ? done : failed;
 }
 
-exit_status run_command(int count, char** words) {
+exit_status run_file(const char* name) {
+  resmgr::command_file file;
+  if (!file.read(name)) return failed;
   try {
-    resmgr::execute(count, words);
+    resmgr::execute(static_cast<int>(file.words().size()), file.words().data());
   } catch (const resmgr::syntax_error& mistake) {
+    resmgr::explain(mistake, printable(name) + ", " + file.place(mistake.token_start));
     resmgr::crash(mistake);
   }
   return done;
 }
 
-exit_status run_file(const char* name) {
-  resmgr::command_file file;
-  if (!file.read(name)) return failed;
-  return run_command(static_cast<int>(file.words().size()), file.words().data());
-}
-
 exit_status run_words(ScanArg& arguments) {
   if (arguments.refusedOperands > 0) {
-    std::printf("Error: too many words for a command line, put the command into a file (-f)\n");
+    resmgr::say("Error: too many words for a command line, put the command into a file (-f)\n");
     return failed;
   }
-  return run_command(arguments.operandCount, arguments.operands);
+  try {
+    resmgr::execute(arguments.operandCount, arguments.operands);
+  } catch (const resmgr::syntax_error& mistake) {
+    resmgr::explain(mistake, "");
+    resmgr::crash(mistake);
+  }
+  return done;
 }
 
 exit_status run(int argc, char** argv) {
@@ -75,7 +79,7 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::bad_alloc&) {
-    std::printf("Error: out of memory\n");
+    resmgr::say("Error: out of memory\n");
     resmgr::crash();
   }
 }

@@ -1,11 +1,11 @@
 // Records that carry a number of their own, kept in the order in which the numbers first appeared:
-// the nodes of a command, the devices of a node. Finding one takes the same time however many there
-// are.
+// the nodes of a command, the devices of a node. Finding one takes a time that grows with the
+// logarithm of their number, whatever the numbers: a command could make any known hash collide.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
+#include <map>
 #include <vector>
 
 namespace resmgr {
@@ -29,7 +29,7 @@ class numbered {
 
  private:
   std::vector<Record> records_;
-  std::unordered_map<std::uint32_t, std::size_t> positions_;
+  std::map<std::uint32_t, std::size_t> positions_;
 };
 
 }  // namespace resmgr

@@ -1,11 +1,33 @@
 #include "kern/mox_res_mgr/op.h"
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <cerrno>
 
+#include "common/base/printable.h"
+#include "common/logger.h"
 #include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {
+
+namespace {
+
+void delete_device(const std::string& path) {
+  struct stat was {};
+  if (!mox_unlink(path, &was)) {
+    log_os_error("removing", path, errno);
+    say("Error: delete of file %s failed\n", printable(path).c_str());
+  } else if (S_ISBLK(was.st_mode) || S_ISCHR(was.st_mode)) {
+    logLine(LEVEL_WRN, "removed the device node " + printable(path) + " (" +
+                           (S_ISBLK(was.st_mode) ? "block" : "character") + " device " +
+                           std::to_string(major(was.st_rdev)) + ":" +
+                           std::to_string(minor(was.st_rdev)) + "); the disk is unchanged");
+  }
+}
+
+}  // namespace
 
 void op::create(undo_log& log) {
   initStatus_s(&stat);
@@ -14,7 +36,7 @@ void op::create(undo_log& log) {
     pushTraceStatus(&stat);
     return;
   }
-  say("node-%u:ipcbase=%d\n", node, ipc.ipcbase);
+  say("%s\n", where().c_str());
   for (device_res& device : devices) {
     device.create(log);
     if (stat.failed()) {
@@ -24,15 +46,13 @@ void op::create(undo_log& log) {
   }
 }
 
+std::string op::where() const {
+  return "node-" + std::to_string(node) + ":ipcbase=" + std::to_string(ipc.ipcbase);
+}
+
 void op::del() {
-  // A node that names devices alone has no base key, and so no IPC resources to remove.
-  if (ipc.ipcbase != 0 || devices.empty()) ipc.del();
-  for (const device_res& device : devices) {
-    if (!mox_unlink(device.path)) {
-      log_os_error("removing", device.path, errno);
-      say("Error: delete of file %s failed\n", device.path.c_str());
-    }
-  }
+  ipc.del();
+  for (const device_res& device : devices) delete_device(device.path);
 }
 
 bool op::search() {

@@ -34,6 +34,9 @@ struct op {
   // Whether a base may be searched for this node, with the reason in `message` when not.
   bool search_ok(std::string& message) const;
 
+  // "node-1:ipcbase=5000"
+  std::string where() const;
+
   // Prints the record.
   void debug() const;
 };

@@ -2,13 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace resmgr {
 
 struct phys_device {
-  std::uint32_t device;        // as the status of a file names it
-  std::uint64_t free = 0;      // bytes, as last looked at
-  std::uint64_t reserved = 0;  // bytes that this run has given away
+  std::uint32_t device;              // as the status of a file names it
+  std::uint64_t free = 0;            // bytes, as last looked at
+  std::uint64_t reserved = 0;        // bytes that this run has given away
+  std::vector<std::string> paths{};  // to which it gave them
 
   // Reserves `need` bytes out of the `free_now` that the physical device has; false, and nothing
   // reserved, when they do not fit beside what is reserved already.

@@ -7,6 +7,10 @@
 
 namespace resmgr {
 
+// One line in the log: the place if one is given ("FILE, line 3, column 17"), and advice where the
+// cause of the mistake is likely. Nothing when there is neither.
+void explain(const syntax_error& mistake, const std::string& place);
+
 // The reason if there is one, what was not understood, and the text read so far with a caret under
 // its last character: lines, each with its end.
 std::string describe(const syntax_error& mistake);

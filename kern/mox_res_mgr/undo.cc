@@ -1,20 +1,47 @@
 #include "kern/mox_res_mgr/undo.h"
 
-#include <cerrno>
+#include <sys/sem.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <new>
+#include <thread>
+
+#include "common/base/printable.h"
 #include "common/sharedmem.h"
-#include "kern/device/devicefile.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {
 
-void replay(undo_log& log) {
-  for (std::unique_ptr<undo_op>& entry : log) {
-    entry->undo();
-    entry.reset();
+namespace {
+
+// The run that made the set may be removing it at this very moment. Its process is the one that set
+// the values last, unless somebody has used the set since.
+void wait_for_rollback(int semid) {
+  constexpr int most_waits = 200;
+  const pid_t maker = semctl(semid, 0, GETPID);
+  for (int waits = 0; waits < most_waits; ++waits) {
+    const bool at_work = maker > 0 && maker != getpid() && (kill(maker, 0) == 0 || errno == EPERM);
+    if (!at_work) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  log.clear();
+}
+
+}  // namespace
+
+void replay(undo_log& log, std::size_t from) {
+  for (std::size_t i = from; i < log.size(); ++i) {
+    try {
+      log[i]->undo();
+    } catch (const std::bad_alloc&) {
+      say("Error: out of memory\n");
+    }
+    log[i].reset();
+  }
+  log.resize(from);
 }
 
 void shm_undo_op::undo() {
@@ -57,12 +84,26 @@ void sem_undo_op::undo() {
   }
 }
 
+bool sem_undo_op::stands() const {
+  if (whose_ == Whose::OURS) return true;
+  wait_for_rollback(semid_);
+  const int present = semget(key_, 0, 0);
+  if (present == semid_) return true;
+  const int os_error = present >= 0 || errno == ENOENT ? EIDRM : errno;
+  stat.set(SEV_ERROR, MOX_SEM_OPERATION_FAILED, os_error, {key_});
+  return false;
+}
+
+// The undo itself must do without memory.
+device_undo_op::device_undo_op(const std::string& path) : path_(printable(path)) {}
+
 void device_undo_op::undo() {
   say("removing file %s\n", path_.c_str());
-  if (!mox_unlink(file_)) {
-    log_os_error("removing", file_, errno);
+  if (!mox_unlink(file)) {
+    const int os_error = errno;
     emit_korv_error();
     say("Error: undo of device %s create failed\n", path_.c_str());
+    log_os_error("removing", path_, os_error);
     initStatus_s(&stat);
   }
 }

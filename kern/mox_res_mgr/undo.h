@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/base/whose.h"
+#include "kern/device/devicefile.h"
 #include "utl/semops.h"
 
 namespace resmgr {
@@ -27,12 +29,14 @@ class undo_op {
   virtual ~undo_op() = default;
   // Undoes the resource and reports what fails; `stat` is clear afterwards.
   virtual void undo() = 0;
+  // False, with `stat`, when the resource was taken over from somebody else and is gone by now.
+  virtual bool stands() const { return true; }
 };
 
 using undo_log = std::vector<std::unique_ptr<undo_op>>;
 
-// Undoes every entry from the first to the last, and destroys each right after.
-void replay(undo_log& log);
+// Undoes the entries from that index on, from the first to the last, and destroys each right after.
+void replay(undo_log& log, std::size_t from = 0);
 
 class shm_undo_op : public undo_op {
  public:
@@ -54,27 +58,31 @@ class shm_undo_op : public undo_op {
 class sem_undo_op : public undo_op {
  public:
   sem_undo_op(std::int32_t key, int count) : key_(key), count_(count) {}
-  void made(int semid) { semid_ = semid; }
+  void made(int semid, Whose whose) {
+    semid_ = semid;
+    whose_ = whose;
+  }
   int id() const { return semid_; }
   void undo() override;
+  bool stands() const override;
 
  private:
   std::int32_t key_;
   int count_;
   int semid_ = -1;
+  Whose whose_ = Whose::NOBODYS;
 };
 
 class device_undo_op : public undo_op {
  public:
-  // `file` is what the creation makes: another path than the device's when that is a symbolic link.
-  device_undo_op(std::string path, std::string file)
-      : path_(std::move(path)), file_(std::move(file)) {}
+  explicit device_undo_op(const std::string& path);
   void made() {}
   void undo() override;
 
+  MadeFile file;  // for mox_create_file to fill in
+
  private:
-  std::string path_;
-  std::string file_;
+  std::string path_;  // as it is shown
 };
 
 // Enters the undo of a resource that is about to be made, so that nothing can come between its
@@ -96,9 +104,11 @@ class announcement {
     if (!made_) log_.pop_back();
   }
 
+  Entry* operator->() { return static_cast<Entry*>(log_.back().get()); }
+
   template <class... Arguments>
   void made(Arguments... arguments) {
-    static_cast<Entry&>(*log_.back()).made(arguments...);
+    (*this)->made(arguments...);
     made_ = true;
   }
 
