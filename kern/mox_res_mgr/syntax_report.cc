@@ -101,9 +101,11 @@ std::string advice(const syntax_error& mistake) {
 
 void explain(const syntax_error& mistake, const std::string& place) {
   const std::string cause = advice(mistake);
-  if (place.empty() && cause.empty()) return;
-  const std::string in = place.empty() ? "" : " in " + place;
-  logLine(LEVEL_WRN, "syntax error" + in + (cause.empty() ? "" : ": " + cause));
+  if (!place.empty()) {
+    logLine(LEVEL_WRN, "syntax error in " + place + (cause.empty() ? "" : ": " + cause));
+  } else if (!cause.empty()) {
+    logLine(LEVEL_WRN, "syntax error: " + cause);
+  }
 }
 
 std::string describe(const syntax_error& mistake) {
