@@ -110,6 +110,21 @@ TEST_F(Devices, FailWithTheReason) {
                 failed(11640, "Invalid option"));
 }
 
+TEST_F(Devices, TheFirstThatFailsStopsTheCheck) {
+  const std::string later = folder_ / "later";
+  const std::string report = check(device(0, folder_ / "absent/file", 1) + device(1, later, 1));
+  EXPECT_EQ(report.find(later), std::string::npos) << report;
+}
+
+TEST_F(Devices, TheLastFreeBlockMayBeTaken) {
+  // 9 MB take 2304 blocks of 4096 bytes, one of the bitmap and three of the header.
+  const SmallFileSystem exact(std::to_string(2308 * 4096));
+  const SmallFileSystem lacking(std::to_string(2307 * 4096));
+  if (!exact.refusal.empty()) GTEST_SKIP() << "skipped: no mount of its own: " << exact.refusal;
+  EXPECT_EQ(check(device(0, exact / "a", 9)).find("Error:"), std::string::npos);
+  EXPECT_NE(check(device(0, lacking / "a", 9)).find(no_space(lacking / "a")), std::string::npos);
+}
+
 TEST_F(Devices, FollowsLinksToTheFileThatItCreates) {
   const std::string link = folder_ / "link";
   fs::create_directory(folder_ / "below");

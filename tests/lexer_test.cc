@@ -22,6 +22,8 @@ std::string tokens(const std::string& text) {
 TEST(Lexer, CutsTextIntoTokens) {
   const std::pair<const char*, const char*> cases[] = {
       {"", ""},
+      {"\r\n\t create\rcheck\tdelete\nsearch", "T_CREATE T_CHECK T_DELETE T_SEARCH"},
+      {"create\vcheck\fdelete", "T_STRING(create\vcheck\fdelete)"},
       {"node-0:", "T_NODE T_DASH T_INT(0) T_COLON"},
       {"device-1.path=", "T_DEVICE T_DASH T_INT(1) T_DOT T_PATH T_EQUAL"},
       {"--search -- search", "T_OPTION T_SEARCH T_OPTION T_SEARCH"},
@@ -30,7 +32,6 @@ TEST(Lexer, CutsTextIntoTokens) {
       {"ipcbase=0012", "T_IPCBASE T_EQUAL T_INT(0012)"},
       {"12abc 0x10 100M", "T_INT(12) T_STRING(abc) T_INT(0) T_STRING(x10) T_INT(100) T_STRING(M)"},
       {"CREATE Create creates", "T_STRING(CREATE) T_STRING(Create) T_STRING(creates)"},
-      {"create check delete search", "T_CREATE T_CHECK T_DELETE T_SEARCH"},
       {"databuf nlogbuf tlogbuf dictbuf sqlbuf evbuf",
        "T_DATABUF T_NLOGBUF T_TLOGBUF T_DICTBUF T_SQLBUF T_EVBUF"},
       {"size path type data log", "T_SIZE T_PATH T_TYPE T_DATA T_LOG"},

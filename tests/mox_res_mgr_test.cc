@@ -368,10 +368,14 @@ TEST_F(ResourceManager, SurvivesAClosedOrFullStandardOutput) {
   const std::string pipe = folder / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   const std::string reader_gone = "exec 3<>" + pipe + " 4>" + pipe + " 3>&-; ";
-  for (const std::string redirection : {">&-", ">/dev/full", ">&4"}) {
+  // As large as the limit on the size of files allows.
+  write_file(folder / "full", std::string(64 * 512, 'x'));
+  const std::string beyond_limit = ">>" + (folder / "full");
+  for (const std::string& redirection : {std::string(">&-"), std::string(">&4"), beyond_limit}) {
     const auto shell = [&](const std::string& command) {
       return run_program(
-          {"/bin/sh", "-c", reader_gone + MOX_RES_MGR " " + command + " " + redirection});
+          {"/bin/sh", "-c",
+           reader_gone + "ulimit -f 64; " + MOX_RES_MGR " " + command + " " + redirection});
     };
     const RunResult create = shell("create node-0: ipcbase=10 node-1: ipcbase=20");
     EXPECT_EQ(create.status, 0) << redirection;
