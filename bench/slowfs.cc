@@ -82,7 +82,8 @@ int set_size(const char* path, off_t size, fuse_file_info* /*info*/) {
   return 0;
 }
 
-int read_file(const char* path, char* to, std::size_t bytes, off_t offset, fuse_file_info* /*info*/) {
+int read_file(const char* path, char* to, std::size_t bytes, off_t offset,
+              fuse_file_info* /*info*/) {
   std::this_thread::sleep_for(delay);
   const File* file = find(path);
   const off_t count = std::clamp<off_t>(file->size - offset, 0, static_cast<off_t>(bytes));
@@ -91,7 +92,7 @@ int read_file(const char* path, char* to, std::size_t bytes, off_t offset, fuse_
 }
 
 int write_file(const char* path, const char* from, std::size_t bytes, off_t offset,
-          fuse_file_info* /*info*/) {
+               fuse_file_info* /*info*/) {
   std::this_thread::sleep_for(delay);
   File* file = find(path);
   const off_t end = offset + static_cast<off_t>(bytes);
