@@ -26,20 +26,6 @@ bool isLink(const PathEnd& end) {
          S_ISLNK(status.st_mode);
 }
 
-// Where everybody may write, somebody else may have made the file beforehand, to read the log or,
-// with a pipe that he does not empty, to stop the writer; or have made it a second name of another
-// file of ours. A group that shares a folder shares its files, but not a pipe.
-bool mayBeTaken(int folder, int fd) {
-  struct stat place {};
-  struct stat file {};
-  if (fstat(folder, &place) != 0 || fstat(fd, &file) != 0) return false;
-  const mode_t others = S_ISREG(file.st_mode) ? S_IWOTH : S_IWOTH | S_IWGRP;
-  const bool second_name = S_ISREG(file.st_mode) && file.st_nlink > 1;
-  if ((place.st_mode & others) == 0 || (belongsToUs(file) && !second_name)) return true;
-  errno = EACCES;
-  return false;
-}
-
 }  // namespace
 
 int openForAppending(const std::string& path) {

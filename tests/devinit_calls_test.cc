@@ -1,6 +1,7 @@
 // The device initialiser as a function, with its system calls in the test's hands: what it retries,
 // what it does another way, and which failures it must not pass over.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/statvfs.h>
@@ -10,29 +11,17 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 
-#include "kern/device/transfer.h"
-#include "kern/devinit/devinit.h"
 #include "kern/devinit/target.h"
 #include "tests/support/calls.h"
 #include "tests/support/device_image.h"
+#include "tests/support/devinit_call.h"
 #include "tests/support/process.h"
 #include "tests/support/sandbox.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// Calls devinit in this process with the words of a command line.
-int call_devinit(const std::string& options) {
-  std::istringstream stream("devinit " + options);
-  std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  return devinit(static_cast<int>(words.size()), argv.data());
-}
 
 class DevinitCalls : public testing::Test {
  protected:
@@ -154,6 +143,45 @@ TEST_F(DevinitCalls, TheComparisonLooksAtEveryByteOnTheDisk) {
       EXPECT_FALSE(fs::exists(file));
     }
   }
+}
+
+TEST_F(DevinitCalls, Sigusr1AsksHowFarItIs) {
+  const RunResult result = run("-l -S 1 -b 300", [](const Call& call) -> std::optional<long> {
+    if (call.name == "fdatasync") raise(SIGUSR1);
+    return {};
+  });
+  const std::string speed = " bytes, [0-9]+\\.[0-9] MB/s, [0-9]+ s left\n";
+  EXPECT_THAT(result.err,
+              testing::MatchesRegex("128 of 300 blocks written, 1048576 of 2457600" + speed +
+                                    "256 of 300 blocks written, 2097152 of 2457600" + speed +
+                                    "300 of 300 blocks written, 2457600 of 2457600" + speed));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, run("-l -S 1 -b 300").out);
+}
+
+// The report goes to a file, and errors to a terminal, whose text is shown behind the report.
+TEST_F(DevinitCalls, ATerminalShowsALineThatIsGoneAtTheEnd) {
+  const auto seconds_long = [](const Call& call) -> std::optional<long> {
+    if (call.name == "pwrite" && call.offset >= 12288) usleep(1100000);
+    return {};
+  };
+  const RunResult result = run_function([&] {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    unlockpt(terminal);
+    dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDERR_FILENO);
+    call_hook = seconds_long;
+    const int status = call_devinit("-l -b 256 -f " + file);
+    char text[1000];
+    std::printf("%.*s", static_cast<int>(read(terminal, text, sizeof text)), text);
+    return status;
+  });
+  const std::string shown = result.out.substr(result.out.find('\r'));
+  EXPECT_THAT(shown, testing::MatchesRegex("\r\\[###############---------------\\]  50% written, "
+                                           "[0-9]+\\.[0-9] MB/s, [0-9]+ s left\x1b\\[K"
+                                           "\r\\[##############################\\] 100% written, "
+                                           "[0-9]+\\.[0-9] MB/s, 0 s left\x1b\\[K"
+                                           "\r\x1b\\[K"));
+  EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(DevinitCalls, OnlyWhatIsFreeToAllUsersIsSpace) {

@@ -282,6 +282,23 @@ TEST_F(Devinit, ALinkOfAnotherUserInAFolderOfOthersIsNotFollowed) {
   EXPECT_EQ(devinit("-b 10", folder / "open/link").status, 0);
 }
 
+TEST_F(Devinit, AFileThatAStrangerCanHavePutThereIsNotEmptied) {
+  fs::create_directory(folder / "open");
+  fs::permissions(folder / "open", fs::perms::all);
+  write_file(folder / "open/planted", "x");
+  write_file(folder / "victim", "x");
+  fs::create_hard_link(folder / "victim", folder / "open/second name");
+  constexpr uid_t stranger = 65534;
+  if (chown((folder / "open/planted").c_str(), stranger, stranger) != 0) {
+    GTEST_SKIP() << "skipped: chown: " << std::strerror(errno);
+  }
+  for (const char* name : {"open/planted", "open/second name"}) {
+    EXPECT_EQ(devinit("-b 10", folder / name).err, error_line("open Permission denied")) << name;
+    EXPECT_EQ(read_file(folder / name), "x");
+  }
+  EXPECT_EQ(devinit("-b 10", folder / "open/new").status, 0);
+}
+
 TEST_F(Devinit, WhatIsNotReadOfANumberIsTold) {
   const std::string cases[][3] = {
       {"-b 10 -s 8192B", "-s '8192B' read as 8192", "of 8192 bytes"},

@@ -32,3 +32,7 @@ LinkIs trustedLink(const struct stat& folder, const struct stat& link);
 bool belongsToUs(const struct stat& status);
 
 PathEnd walkPath(const std::string& path, LinkRule rule);
+
+// Whether the file that was opened in the folder may be written to: false, with errno EACCES, where
+// somebody else can have put it.
+bool mayBeTaken(int folder, int fd);

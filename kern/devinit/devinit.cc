@@ -12,6 +12,7 @@
 #include "kern/devinit/createfile.h"
 #include "kern/devinit/headerreport.h"
 #include "kern/devinit/memory.h"
+#include "kern/devinit/meter.h"
 #include "kern/devinit/options.h"
 #include "kern/devinit/readblocks.h"
 #include "kern/devinit/runstate.h"
@@ -72,14 +73,13 @@ void write_data_blocks(DirectFile& file, const DiskInfo& info, const unsigned ch
   std::printf("Writing: one \"w\" = %d blocks of %d bytes, total %" PRIu64 " bytes",
               static_cast<int>(IoBuffers::chunk_size / info.block_size), info.block_size,
               blocks * info.block_size);
-  write_blocks(file, pattern, blocks, info.block_size, info.data_blocks_offset);
+  write_blocks(file, pattern, data_extent(info));
 }
 
 void write_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
   std::printf("Writing %" PRIu64 " bitmap blocks\n", info.bitmap_block_count());
   std::fill_n(buffers.data(), IoBuffers::chunk_size, static_cast<unsigned char>(0));
-  write_blocks(file, buffers.data(), info.bitmap_block_count(), info.block_size,
-               info.bitmap_offset());
+  write_blocks(file, buffers.data(), bitmap_extent(info));
 }
 
 void initialize(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,
@@ -124,7 +124,9 @@ int run(int argc, char** argv) {
   if (options.file == nullptr || options.blocks < 0 || (options.blocks == 0 && readVerify == 0)) {
     devinit_fail("File not found or no blocks");
   }
-  if (const int error = holdInterrupts(); error != 0) devinit_fail("sigaction", error);
+  int error = holdInterrupts();
+  if (error == 0) error = answer_sigusr1();
+  if (error != 0) devinit_fail("sigaction", error);
   const IoBuffers buffers;
   announce(options);
   DiskInfo info;

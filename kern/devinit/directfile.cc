@@ -10,7 +10,16 @@
 #include "kern/device/transfer.h"
 #include "kern/devinit/runstate.h"
 
-DirectFile::DirectFile(int fd) : fd_(fd), wanted_(nodio == 0) {
+namespace {
+
+bool is_regular_file(int fd) {
+  struct stat status {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+DirectFile::DirectFile(int fd) : fd_(fd), regular_(is_regular_file(fd)), wanted_(nodio == 0) {
 #ifdef STATX_DIOALIGN
   struct statx status {};
   if (statx(fd, "", AT_EMPTY_PATH, STATX_DIOALIGN, &status) != 0 ||
@@ -42,6 +51,11 @@ ssize_t DirectFile::read(void* buf, unsigned n, long long offset) {
     }
     return mox_pread(fd_, buf, n, offset);
   });
+}
+
+bool DirectFile::set_direct(const Transfer& transfer) {
+  return switch_direct(is_aligned(transfer.buffer, transfer.bytes, transfer.offset)) &&
+         (transfer.write || !unsynced_);
 }
 
 int DirectFile::sync_data() {

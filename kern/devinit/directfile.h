@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include "kern/devinit/asyncqueue.h"
+
 class DirectFile {
  public:
   // Does not own the descriptor. Direct I/O is left out altogether when `nodio` is set.
@@ -12,6 +14,12 @@ class DirectFile {
   // As mox_pwrite and mox_pread, n at most 2 GiB.
   ssize_t write(const void* buf, unsigned n, long long offset);
   ssize_t read(void* buf, unsigned n, long long offset);
+  // Whether the transfer, begun by other means now, goes directly and sees all that was written.
+  // No other transfer of this object may follow before it has ended: direct I/O is a flag of the
+  // descriptor.
+  bool set_direct(const Transfer& transfer);
+  int fd() const { return fd_; }
+  bool is_regular() const { return regular_; }
   // Return 0 or the errno.
   int sync_data();
   int sync();
@@ -26,6 +34,7 @@ class DirectFile {
   bool switch_direct(bool on);
 
   int fd_;
+  bool regular_;
   bool wanted_;
   bool direct_ = false;
   bool unsynced_ = false;  // bytes went through the cache since the last sync

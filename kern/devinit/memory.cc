@@ -7,11 +7,13 @@
 #include <cstring>
 #include <utility>
 
+#include "kern/devinit/asyncqueue.h"
 #include "kern/devinit/runstate.h"
 
 namespace {
 
 constexpr std::size_t huge_page = 2097152;
+constexpr std::size_t buffers_size = (1 + AsyncQueue::depth) * std::size_t{IoBuffers::chunk_size};
 
 unsigned char* align_to_huge_page(unsigned char* address) {
   const auto misplaced = reinterpret_cast<std::uintptr_t>(address) % huge_page;
@@ -42,8 +44,8 @@ Memory::~Memory() {
   if (bytes_ != nullptr) munmap(bytes_, size_);
 }
 
-IoBuffers::IoBuffers() : memory_(2 * huge_page), pattern_(align_to_huge_page(memory_.bytes())) {
-  static_assert(huge_page == 2 * std::size_t{chunk_size});
-  madvise(pattern_, huge_page, MADV_HUGEPAGE);  // a kernel without huge pages is only slower
+IoBuffers::IoBuffers()
+    : memory_(buffers_size + huge_page), pattern_(align_to_huge_page(memory_.bytes())) {
+  madvise(pattern_, buffers_size, MADV_HUGEPAGE);  // a kernel without huge pages is only slower
   fill_pattern(pattern_);
 }

@@ -1,6 +1,6 @@
 // Memory straight from the kernel, aligned for direct I/O: the bitmap of a verification, and the
-// two I/O buffers of 1 MiB each. These lie in one huge page where there is one, because a disk
-// takes it as one segment and splits transfers of many small pages.
+// I/O buffers of 1 MiB each. These lie in huge pages where there are some, because a disk takes one
+// as one segment and splits transfers of many small pages.
 #pragma once
 
 #include <cstddef>
@@ -30,6 +30,7 @@ class IoBuffers {
   IoBuffers();
 
   const unsigned char* pattern() const { return pattern_; }
+  // A buffer for each transfer in flight, one behind the other.
   unsigned char* data() const { return pattern_ + chunk_size; }
 
  private:

@@ -1,6 +1,5 @@
 #include "kern/devinit/readblocks.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
@@ -9,28 +8,28 @@
 
 #include "kern/device/blockstamp.h"
 #include "kern/device/settings.h"
+#include "kern/devinit/chunkpass.h"
+#include "kern/devinit/meter.h"
 #include "kern/devinit/progress.h"
 #include "kern/devinit/runstate.h"
 
 namespace {
 
-// `judge(first, count)` looks at the blocks in buffers.data() and returns the chunk's mark.
+// `judge(chunk, bytes)` looks at the blocks that were read and returns the chunk's mark.
 template <class Judge>
 void read_chunks(DirectFile& file, const IoBuffers& buffers, const DiskInfo& info,
                  Progress& progress, Judge judge) {
-  const std::uint64_t per_chunk = IoBuffers::chunk_size / info.block_size;
-  const std::uint64_t blocks = info.data_block_count();
+  const Extent extent = data_extent(info);
   std::printf(": one \"c/C/i/I/u/U\" = %" PRIu64 " blocks of %d bytes, total %" PRIu64 " bytes",
-              per_chunk, info.block_size, blocks * info.block_size);
-  for (std::uint64_t first = 0; first < blocks; first += per_chunk) {
+              extent.blocks_per_chunk(), info.block_size, extent.blocks * info.block_size);
+  Meter meter(readVerify != 0 ? "verified" : "compared", extent.blocks, extent.block_size);
+  for (ChunkPass pass(file, extent, buffers); pass.next();) {
     checkpoint();
-    progress.begin_chunk(first);
-    const std::uint64_t count = std::min(per_chunk, blocks - first);
-    const auto bytes = static_cast<unsigned>(count * info.block_size);
-    const std::uint64_t offset = info.data_blocks_offset + first * info.block_size;
-    const ssize_t moved = file.read(buffers.data(), bytes, static_cast<long long>(offset));
-    if (moved != static_cast<ssize_t>(bytes)) devinit_fail("read", errno);
-    progress.end_chunk(judge(first, count));
+    const Chunk& chunk = pass.chunk();
+    progress.begin_chunk(chunk.first);
+    if (pass.move() != static_cast<ssize_t>(chunk.bytes)) devinit_fail("read", errno);
+    progress.end_chunk(judge(chunk, pass.data()));
+    meter.advance(chunk.count);
   }
   std::printf("\n\n");
 }
@@ -49,14 +48,13 @@ const char* name_of(BlockState state) {
 
 class Verifier {
  public:
-  Verifier(const IoBuffers& buffers, const DiskInfo& info, const unsigned char* bitmap,
-           Progress& progress)
-      : buffers_(buffers), info_(info), bitmap_(bitmap), progress_(progress) {}
+  Verifier(const DiskInfo& info, const unsigned char* bitmap, Progress& progress)
+      : info_(info), bitmap_(bitmap), progress_(progress) {}
 
-  char judge_chunk(std::uint64_t first, std::uint64_t count) {
+  char judge_chunk(const Chunk& chunk, const unsigned char* bytes) {
     const Counts before = counts_;
-    for (std::uint64_t i = 0; i < count; ++i) {
-      judge_block(first + i, buffers_.data() + i * info_.block_size);
+    for (std::uint64_t i = 0; i < chunk.count; ++i) {
+      judge_block(chunk.first + i, bytes + i * info_.block_size);
     }
     const char mark = counts_.bad != before.bad                   ? 'c'
                       : counts_.initialized != before.initialized ? 'i'
@@ -105,7 +103,6 @@ class Verifier {
     progress_.interrupt();
   }
 
-  const IoBuffers& buffers_;
   const DiskInfo& info_;
   const unsigned char* bitmap_;
   Progress& progress_;
@@ -118,10 +115,8 @@ void compare_data_blocks(DirectFile& file, const IoBuffers& buffers, const DiskI
   if (const int error = file.drop_cache(); error != 0) devinit_fail("posix_fadvise", error);
   std::printf("Read and compare");
   Progress progress(readVerify);
-  read_chunks(file, buffers, info, progress, [&](std::uint64_t, std::uint64_t count) {
-    if (std::memcmp(buffers.data(), buffers.pattern(), count * info.block_size) != 0) {
-      devinit_fail("verify block");
-    }
+  read_chunks(file, buffers, info, progress, [&](const Chunk& chunk, const unsigned char* bytes) {
+    if (std::memcmp(bytes, buffers.pattern(), chunk.bytes) != 0) devinit_fail("verify block");
     return 'u';
   });
 }
@@ -130,9 +125,9 @@ void verify_data_blocks(DirectFile& file, const IoBuffers& buffers, const DiskIn
                         const unsigned char* bitmap) {
   std::printf("Verify");
   Progress progress(readVerify);
-  Verifier verifier(buffers, info, bitmap, progress);
-  read_chunks(file, buffers, info, progress, [&](std::uint64_t first, std::uint64_t count) {
-    return verifier.judge_chunk(first, count);
+  Verifier verifier(info, bitmap, progress);
+  read_chunks(file, buffers, info, progress, [&](const Chunk& chunk, const unsigned char* bytes) {
+    return verifier.judge_chunk(chunk, bytes);
   });
   if (info.is_data_device()) verifier.print_counts();
 }

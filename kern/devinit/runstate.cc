@@ -15,10 +15,13 @@
 #include "kern/device/diskinfo.h"
 #include "kern/device/settings.h"
 #include "kern/device/transfer.h"
+#include "kern/devinit/asyncqueue.h"
+#include "kern/devinit/meter.h"
 
 std::string clean_name;
 int clean_fd = -1;
 int nodio = 0;
+int deepfrom = 450;
 std::uint64_t devwritten = 0;
 std::uint64_t totdevsize = 0;
 
@@ -121,6 +124,7 @@ int release_file() {
 
 void cleanup() {
   if (clean_fd < 0) return;
+  async_queue().drain();
   if (!clean_name.empty()) discard_content();
   close(clean_fd);  // the error that led here has been reported; one more would say nothing new
   forget();
@@ -129,6 +133,7 @@ void cleanup() {
 void checkpoint() {
   const int signal = pendingInterrupt();
   if (signal == 0) return;
+  erase_meter();
   cleanup();
   dieOfSignal(signal);
 }
@@ -138,6 +143,7 @@ void flush_report() {
 }
 
 void devinit_report(const char* text, int os_error, const std::string& object) {
+  erase_meter();
   flush_report();  // so that the error stands behind what was printed before it
   const char* os_text = os_error != 0 ? std::strerror(os_error) : "";
   (void)std::fprintf(stderr, "\nDEVINIT-ERROR: %s%s%s%s%s\n", text, object.empty() ? "" : " ",

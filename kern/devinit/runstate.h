@@ -10,10 +10,12 @@
 extern std::string clean_name;    // the file being written, to be removed on an error; empty: none
 extern int clean_fd;              // to be closed on an error; -1: none
 extern int nodio;                 // 1: no direct I/O
+extern int deepfrom;              // microseconds; see Pace in kern/devinit/chunkpass.h
 extern std::uint64_t devwritten;  // bytes of blocks written so far
 extern std::uint64_t totdevsize;  // bytes of blocks to be written in all
 
-// Every setting and count as in a fresh process, those of kern/device/settings.h too.
+// Every setting and count as in a fresh process, those of kern/device/settings.h too; but not
+// `deepfrom`, which is the caller's.
 void reset_run();
 
 // Before a file is opened at the end of the path: what `cleanup` will need, so that it allocates

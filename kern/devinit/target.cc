@@ -59,6 +59,7 @@ void open_guarded_file(const std::string& path) {
   if (!file) devinit_fail("open", error);
   guard_file(std::move(file));
   if (created) guard_content();
+  if (readVerify == 0 && !mayBeTaken(end.folder.get(), clean_fd)) devinit_fail("open", errno);
   struct stat status {};
   if (fstat(clean_fd, &status) != 0) devinit_fail("fstat", errno);
   refuse_unusable(status.st_mode);

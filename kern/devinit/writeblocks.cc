@@ -7,7 +7,7 @@
 #include <string>
 
 #include "kern/device/settings.h"
-#include "kern/devinit/memory.h"
+#include "kern/devinit/meter.h"
 #include "kern/devinit/progress.h"
 #include "kern/devinit/runstate.h"
 
@@ -21,12 +21,11 @@ std::string scaled(std::uint64_t bytes) {
   return std::to_string(bytes) + " " + bytesuffixes[scale];
 }
 
-void write_chunk(DirectFile& file, const unsigned char* chunk, unsigned bytes,
-                 std::uint64_t offset) {
-  const ssize_t written = file.write(chunk, bytes, static_cast<long long>(offset));
+void write_chunk(ChunkPass& pass) {
+  const ssize_t written = pass.move();
   const int error = errno;
   if (written > 0) devwritten += static_cast<std::uint64_t>(written);
-  if (written != static_cast<ssize_t>(bytes)) crashwriting(error);
+  if (written != static_cast<ssize_t>(pass.chunk().bytes)) crashwriting(error);
 }
 
 bool is_time_to_sync(std::uint64_t chunks) {
@@ -35,24 +34,22 @@ bool is_time_to_sync(std::uint64_t chunks) {
 
 }  // namespace
 
-void write_blocks(DirectFile& file, const unsigned char* chunk, std::uint64_t blocks,
-                  std::uint32_t block_size, std::uint64_t offset) {
-  const std::uint64_t per_chunk = IoBuffers::chunk_size / block_size;
+void write_blocks(DirectFile& file, const unsigned char* chunk, const Extent& extent) {
   print_line_head(0);
   flush_report();
   std::uint64_t chunks = 0;
-  for (std::uint64_t first = 0; first < blocks; first += per_chunk) {
+  Meter meter("written", extent.blocks, extent.block_size);
+  for (ChunkPass pass(file, extent, chunk); pass.next();) {
     checkpoint();
-    const std::uint64_t count = std::min(per_chunk, blocks - first);
-    write_chunk(file, chunk, static_cast<unsigned>(count * block_size),
-                offset + first * block_size);
+    write_chunk(pass);
     ++chunks;
     if (is_time_to_sync(chunks)) {
       if (const int error = file.sync_data(); error != 0) devinit_fail("fdatasync", error);
     }
     std::printf("w");
-    if (chunks % chunks_per_line == 0) print_line_head(first + count);
+    if (chunks % chunks_per_line == 0) print_line_head(pass.chunk().first + pass.chunk().count);
     flush_report();
+    meter.advance(pass.chunk().count);
   }
   std::printf("\n");
 }

@@ -8,9 +8,12 @@
 #include <string_view>
 
 struct Call {
-  std::string_view name;  // "pwrite", "pread", "fdatasync", "fsync", "posix_fadvise", "statvfs"
-  int fd;                 // -1 for statvfs
-  void* buffer;           // of a transfer, or the result of statvfs
+  // "pwrite", "pread", "fdatasync", "fsync", "posix_fadvise", "statvfs"; of the asynchronous
+  // requests "io_setup", "io_submit" for each transfer, "io_getevents", and "io_event" for each
+  // result, which the answer replaces.
+  std::string_view name;
+  int fd;        // -1: none
+  void* buffer;  // of a transfer, or the result of statvfs
   std::size_t bytes;
   long long offset;
 };

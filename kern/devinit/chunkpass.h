@@ -1,0 +1,91 @@
+// One pass over the blocks of a device in chunks of up to 1 MiB: moves them in the order of the
+// device, one chunk at each call, whatever is in flight behind it. Begins with one transfer at a
+// time; where these are slow, it keeps several in flight.
+//   ChunkPass pass(file, extent, buffers);
+//   while (pass.next()) { if (pass.move() != pass.chunk().bytes) ...errno...; use(pass.data()); }
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "kern/device/diskinfo.h"
+#include "kern/devinit/asyncqueue.h"
+#include "kern/devinit/directfile.h"
+#include "kern/devinit/memory.h"
+
+struct Extent {
+  std::uint64_t blocks;
+  std::uint32_t block_size;  // bytes
+  std::uint64_t offset;      // of the first block, in bytes
+
+  std::uint64_t blocks_per_chunk() const { return IoBuffers::chunk_size / block_size; }
+  std::uint64_t chunks() const { return (blocks + blocks_per_chunk() - 1) / blocks_per_chunk(); }
+};
+
+Extent data_extent(const DiskInfo& info);
+Extent bitmap_extent(const DiskInfo& info);
+
+struct Chunk {
+  std::uint64_t first;  // block
+  std::uint64_t count;  // blocks
+  unsigned bytes;
+  long long offset;
+};
+
+// Decides when several transfers in flight pay: when the quickest of the last eight was slow, and
+// enough is left to make up for what the asynchronous requests cost at the end of the process.
+class Pace {
+ public:
+  using Duration = std::chrono::steady_clock::duration;
+
+  void note(Duration transfer);
+  bool is_slow(std::uint64_t chunks_left) const;
+  void restart() { *this = Pace(); }
+
+ private:
+  int count_ = 0;
+  Duration quickest_ = Duration::max();
+};
+
+class ChunkPass {
+ public:
+  // Writes the chunk at `source` over the extent.
+  ChunkPass(DirectFile& file, const Extent& extent, const unsigned char* source);
+  // Reads the extent.
+  ChunkPass(DirectFile& file, const Extent& extent, const IoBuffers& buffers);
+  ChunkPass(const ChunkPass&) = delete;
+  ChunkPass& operator=(const ChunkPass&) = delete;
+  ~ChunkPass() { async_queue().drain(); }
+
+  // On to the first chunk, or to the next one; false behind the last.
+  bool next();
+  const Chunk& chunk() const { return chunk_; }
+  // As DirectFile::write or read of the chunk.
+  ssize_t move();
+  // What was read, until the next move.
+  const unsigned char* data() const { return data_; }
+
+ private:
+  Chunk chunk_at(std::uint64_t number) const;
+  bool is_write() const { return source_ != nullptr; }
+  static unsigned slot_of(std::uint64_t number);
+  unsigned char* slot_buffer(std::uint64_t number) const;
+  void submit_ahead();
+  bool submit(std::uint64_t number);
+  bool grow_file_to_hold(std::uint64_t number);
+  ssize_t move_plainly(unsigned char* buffer);
+
+  DirectFile& file_;
+  const Extent extent_;
+  const unsigned char* const source_;  // null when reading
+  unsigned char* const buffers_;       // null when writing
+  const std::uint64_t chunks_;
+  std::uint64_t number_ = 0;     // of chunk_
+  std::uint64_t next_ = 0;       // of the chunk behind it
+  std::uint64_t submitted_ = 0;  // the first chunk that neither was submitted nor moved plainly
+  long long grown_to_ = 0;       // the file reaches to there at least
+  bool ahead_ = false;           // several in flight
+  Pace pace_;
+  Chunk chunk_{};
+  const unsigned char* data_ = nullptr;
+};

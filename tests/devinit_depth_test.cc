@@ -1,0 +1,296 @@
+// Several transfers in flight, made to begin at once: the bytes on the device, the report and the
+// errors are those of one transfer at a time, whatever fails in flight.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "kern/devinit/chunkpass.h"
+#include "kern/devinit/runstate.h"
+#include "tests/support/calls.h"
+#include "tests/support/device_image.h"
+#include "tests/support/devinit_call.h"
+#include "tests/support/process.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr long long chunk_size = 1048576;
+constexpr long long data_offset = 12288;
+
+std::optional<long> fail(int error) {
+  errno = error;
+  return -1;
+}
+
+// A run and the device that it left, its creation time apart.
+struct Outcome {
+  RunResult run;
+  std::string device;
+
+  explicit Outcome(const std::string& file, RunResult result)
+      : run(std::move(result)), device(fs::exists(file) ? read_file(file) : "absent") {
+    if (device.size() > 8204) device.replace(8196, 8, 8, '\0');
+  }
+  bool operator==(const Outcome& other) const {
+    return run.out == other.run.out && run.err == other.run.err && run.status == other.run.status &&
+           run.signal == other.run.signal && device == other.device;
+  }
+};
+
+std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
+  return stream << outcome.run.out << outcome.run.err << "status " << outcome.run.status
+                << ", signal " << outcome.run.signal << ", device of " << outcome.device.size()
+                << " bytes";
+}
+
+// Counts what is in flight; the exit of a run is told when something still is.
+int in_flight = 0;
+
+CallHook counting(const CallHook& hook) {
+  return [hook](const Call& call) {
+    const std::optional<long> answer = hook ? hook(call) : std::nullopt;
+    if (call.name == "io_submit" && !answer) ++in_flight;
+    if (call.name == "io_event") --in_flight;
+    return answer;
+  };
+}
+
+void tell_what_is_in_flight() {
+  if (in_flight != 0) std::fprintf(stderr, "%d still in flight\n", in_flight);
+}
+
+class Depth : public testing::Test {
+ protected:
+  Outcome run(int from, const std::string& options, const CallHook& hook = nullptr) const {
+    return Outcome(file, run_function([&] {
+                     deepfrom = from;
+                     call_hook = counting(hook);
+                     std::atexit(tell_what_is_in_flight);
+                     return call_devinit(options + " -f " + file);
+                   }));
+  }
+  // `hook` must do the same to both.
+  void expect_same(const std::string& options, const CallHook& hook = nullptr) const {
+    const std::string before = fs::exists(file) ? read_file(file) : "";
+    const Outcome plain = run(INT_MAX, options, hook);
+    if (!before.empty()) write_file(file, before);
+    EXPECT_EQ(run(0, options, hook), plain) << options;
+  }
+
+  const TempFolder folder;
+  const std::string file = folder / "device";
+};
+
+// 23 chunks, the last one short.
+const std::string blocks = "-b 2900";
+
+TEST_F(Depth, EightTransfersAreInFlightAndTheLastChunkIsPlain) {
+  const int direct = open(file.c_str(), O_RDWR | O_CREAT | O_DIRECT | O_CLOEXEC, 0600);
+  if (direct < 0) GTEST_SKIP() << "skipped: no direct I/O in " << folder.path();
+  close(direct);
+  int most = 0;
+  std::string plain;
+  const auto hook = [&](const Call& call) -> std::optional<long> {
+    most = std::max(most, in_flight + (call.name == "io_submit" ? 1 : 0));
+    if (call.name == "pwrite") plain += " " + std::to_string(call.offset);
+    if (call.name == "fsync") std::printf("most in flight %d, plain%s\n", most, plain.c_str());
+    return {};
+  };
+  const std::string out = run(0, "-l " + blocks, hook).run.out;
+  EXPECT_NE(out.find("most in flight 8, plain 8192 23080960\n"), std::string::npos) << out;
+}
+
+TEST_F(Depth, EveryOptionSetGivesTheSame) {
+  for (const char* options :
+       {"", "-l", "-p", "-p -D", "-S 1 -p", "-S 0", "-S -1", "-F", "-n 8 -D"}) {
+    expect_same(blocks + " " + options);
+    fs::remove(file);
+  }
+  for (const char* options : {"-s 1024 -b 23100 -p", "-s 2048 -b 12001", "-s 32768 -b 700 -p",
+                              "-b 1", "-b 128 -l", "-b 129 -l", "-b 1025 -l"}) {
+    expect_same(options);
+    fs::remove(file);
+  }
+}
+
+TEST_F(Depth, EveryVerificationGivesTheSame) {
+  run(INT_MAX, "-n 3 " + blocks);
+  const std::uint32_t hash = hash_of(file);
+  for (const std::uint32_t block : {0U, 127U, 128U, 1500U, 2898U}) {
+    put_at(file, data_offset + block * 8192, stamped_block(8192, {hash, 3, block, hash}));
+  }
+  put_at(file, data_offset + 1400 * 8192, stamped_block(8192, {hash, 4, 1400, hash}));
+  for (const char* options : {"-V ", "-VV ", "-VVV ", "-VVVV ", "-V -F ", "-V -D "}) {
+    expect_same(options + blocks);
+  }
+  expect_same("-V -b 4000");  // the device ends before
+  fs::resize_file(file, 20000000);
+  put_at(file, 8192 + 286, "\x81");  // of a log device, whose blocks are read to the end
+  expect_same("-VV " + blocks);
+}
+
+// Once in flight, and then not again.
+TEST_F(Depth, WhatFailsInFlightIsDoneAgain) {
+  const Outcome written = run(INT_MAX, "-l " + blocks);
+  const Outcome verified = run(INT_MAX, "-V " + blocks);
+  const std::string device = read_file(file);
+  for (const long result : {-EIO, -EINTR, -EAGAIN, 0, 4096}) {
+    for (long long chunk = 0; chunk < 22; chunk += 3) {
+      const auto hook = [&, struck = false](const Call& call) mutable -> std::optional<long> {
+        const bool there = call.offset == data_offset + chunk * chunk_size;
+        if (call.name != "io_event" || !there || struck) return {};
+        struck = true;
+        if (result >= 0) std::memset(call.buffer, 0, result == 0 ? 0 : 1);
+        return result;
+      };
+      SCOPED_TRACE(std::to_string(result) + " at chunk " + std::to_string(chunk));
+      EXPECT_EQ(run(0, "-l " + blocks, hook), written);
+      write_file(file, device);
+      EXPECT_EQ(run(0, "-V " + blocks, hook), verified);
+    }
+  }
+}
+
+TEST_F(Depth, TheFirstFailureInTheOrderOfTheDeviceIsTheOneReported) {
+  for (const long long first : {0, 1, 7, 8, 9, 20}) {
+    // It and all behind it fail, with errors of their own.
+    const auto hook = [&](const Call& call) -> std::optional<long> {
+      const long long chunk = (call.offset - data_offset) / chunk_size;
+      if (call.offset < data_offset || chunk < first) return {};
+      const int error = chunk == first ? EIO : chunk % 2 == 0 ? ENOSPC : EDQUOT;
+      if (call.name == "io_event") return -error;
+      return call.name == "pwrite" || call.name == "pread" ? fail(error) : std::nullopt;
+    };
+    SCOPED_TRACE("from chunk " + std::to_string(first));
+    expect_same("-l -S 2 " + blocks, hook);
+    const Outcome failed = run(0, blocks, hook);
+    EXPECT_EQ(failed.device, "absent");
+    EXPECT_TRUE(failed.run.err.ends_with("Input/output error\n")) << failed;
+    run(INT_MAX, blocks);
+    expect_same("-V " + blocks, hook);
+    fs::remove(file);
+  }
+}
+
+TEST_F(Depth, WhatTheKernelRefusesIsDonePlainly) {
+  const Outcome plain = run(INT_MAX, "-p " + blocks);
+  for (const char* refused : {"io_setup", "io_submit", "io_getevents"}) {
+    for (const int when : {1, 3, 12}) {
+      for (const int until : {when, INT_MAX}) {
+        const auto hook = [&, count = 0](const Call& call) mutable {
+          if (call.name != refused) return std::optional<long>();
+          ++count;
+          return count >= when && count <= until ? fail(EPERM) : std::nullopt;
+        };
+        const Outcome deep = run(0, "-p " + blocks, hook);
+        EXPECT_EQ(deep.device, plain.device) << refused << when;
+        EXPECT_EQ(deep.run.out, plain.run.out) << refused << when;
+        EXPECT_EQ(deep.run.status, 0) << refused << when;
+      }
+    }
+  }
+  // Direct I/O that is refused at the transfer goes through the cache.
+  const Outcome cached = run(0, "-p " + blocks, [](const Call& call) -> std::optional<long> {
+    if (call.name == "io_event") return -EINVAL;
+    const bool transfer = call.name == "pwrite" || call.name == "pread";
+    return transfer && (fcntl(call.fd, F_GETFL) & O_DIRECT) != 0 ? fail(EINVAL) : std::nullopt;
+  });
+  EXPECT_EQ(cached, plain);
+}
+
+TEST_F(Depth, ASyncComesBehindItsChunksAndItsFailureIsReported) {
+  for (const int failing : {1, 2, 7}) {
+    const auto hook = [&, syncs = 0, ended = 0LL](const Call& call) mutable -> std::optional<long> {
+      ended += call.name == "io_event" ? 1 : 0;
+      if (call.name != "fdatasync") return {};
+      ++syncs;
+      if (deepfrom == 0 && ended < syncs * 3) std::printf("sync %d too early\n", syncs);
+      return syncs == failing ? fail(EIO) : std::nullopt;
+    };
+    expect_same("-S 3 " + blocks, hook);
+    EXPECT_FALSE(fs::exists(file));
+  }
+}
+
+TEST_F(Depth, AFullFileSystemIsToldAsByOneTransferAtATime) {
+  for (const char* size : {"20m", "21m", "22500k"}) {
+    const SmallFileSystem volume(size);
+    if (!volume.refusal.empty()) GTEST_SKIP() << "skipped: mount: " << volume.refusal;
+    const std::string device = volume / "device";
+    write_file(device, "");
+    fs::resize_file(device, 100 << 20);  // seems to be free again
+    const auto fill = [&](int from) {
+      write_file(device, "");
+      fs::resize_file(device, 100 << 20);
+      return Outcome(device, run_function([&] {
+                       deepfrom = from;
+                       return call_devinit(blocks + " -f " + device);
+                     }));
+    };
+    const Outcome plain = fill(INT_MAX);
+    EXPECT_EQ(fill(0), plain) << size;
+    EXPECT_NE(plain.run.err.find("out of space, wrote "), std::string::npos) << plain;
+    EXPECT_EQ(plain.device, "absent");
+  }
+}
+
+TEST_F(Depth, SignalsWithTransfersInFlight) {
+  for (const int when : {1, 8, 9, 20}) {
+    for (const int signal : {SIGTERM, SIGKILL, SIGUSR1}) {
+      const auto hook = [&, count = 0](const Call& call) mutable -> std::optional<long> {
+        if (call.name == "io_submit" && ++count == when) raise(signal);
+        return {};
+      };
+      SCOPED_TRACE(strsignal(signal) + (" at transfer " + std::to_string(when)));
+      const Outcome outcome = run(0, "-l " + blocks, hook);
+      if (signal == SIGUSR1) {
+        EXPECT_EQ(outcome.run.status, 0);
+        EXPECT_EQ(outcome.run.err.find(" of 2900 blocks written, "), outcome.run.err.find(' '));
+        continue;
+      }
+      EXPECT_EQ(outcome.run.signal, signal);
+      EXPECT_EQ(outcome.run.err, "");
+      EXPECT_EQ(fs::exists(file), signal == SIGKILL);
+      // What a kill leaves does not verify.
+      EXPECT_EQ(run(INT_MAX, "-V " + blocks).run.status, 1);
+      fs::remove(file);
+    }
+  }
+}
+
+TEST(Pacing, DepthPaysOnlyWhereEveryTransferIsSlowAndEnoughAreLeft) {
+  const struct {
+    const char* name;
+    int transfers;
+    std::chrono::microseconds each;
+    std::chrono::microseconds quickest;
+    std::uint64_t left;
+    bool slow;
+  } cases[] = {{"slow", 8, 2000us, 2000us, 1000, true},
+               {"just slow", 8, 451us, 451us, 1000, true},
+               {"just quick", 8, 450us, 450us, 1000, false},
+               {"one of them quick", 8, 2000us, 100us, 1000, false},
+               {"too few seen", 6, 2000us, 2000us, 1000, false},
+               {"too few left", 8, 2000us, 2000us, 34, false},
+               {"just enough left", 8, 2000us, 2000us, 35, true}};
+  for (const auto& row : cases) {
+    Pace pace;
+    for (int i = 1; i < row.transfers; ++i) pace.note(row.each);
+    pace.note(row.quickest);
+    EXPECT_EQ(pace.is_slow(row.left), row.slow) << row.name;
+  }
+}
+
+}  // namespace
