@@ -11,4 +11,5 @@ cmake --build build/bench
 build/bench/bench/ipc_bench
 build/bench/bench/parse_bench
 (cd build/bench && bench/log_bench)
+bench/node_bench.py build/bench/bin/mox_node build/bench/bench/bare_status
 bench/devinit_bench.py build/bench/bin/devinit build/bench

@@ -1,7 +1,5 @@
 #include "kern/mox_node/json.h"
 
-#include <cstdio>
-
 #include "kern/mox_node/jsonwriter.h"
 
 namespace moxnode {
@@ -21,12 +19,6 @@ void text_or_null(JsonWriter& json, const std::string& text) {
 template <class T>
 void when(JsonWriter& json, bool known, T number) {
   known ? json.value(number) : json.null();
-}
-
-std::string octal(unsigned mode) {
-  char text[8];
-  std::snprintf(text, sizeof text, "%04o", mode & 0777);
-  return text;
 }
 
 // What segments and sets have in common.
@@ -152,7 +144,8 @@ void head(JsonWriter& json, Verb verb) {
 
 std::string to_json(const Report& report) {
   const bool planned = report.verb == Verb::PLAN;
-  JsonWriter json;
+  constexpr std::size_t bytes_per_node = 2000;
+  JsonWriter json(report.nodes.size() * bytes_per_node);
   head(json, report.verb);
   json.key("state").value(name_of(report.state));
   json.key("changed").value(report.changed);
@@ -163,15 +156,15 @@ std::string to_json(const Report& report) {
   }
   list(json, "nodes", report.nodes, [&](const auto& item) { node(json, item, planned); });
   json.end_object();
-  return json.take() + "\n";
+  return json.take_line();
 }
 
 std::string error_to_json(Verb verb, const std::string& error) {
-  JsonWriter json;
+  JsonWriter json(error.size());
   head(json, verb);
   json.key("error").value(error);
   json.end_object();
-  return json.take() + "\n";
+  return json.take_line();
 }
 
 }  // namespace moxnode

@@ -1,5 +1,6 @@
 #include "kern/mox_node/jsonwriter.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "common/base/printable.h"
@@ -12,6 +13,10 @@ void append_escaped(std::string& to, unsigned code) {
   char escape[8];
   std::snprintf(escape, sizeof escape, "\\u%04x", code);
   to += escape;
+}
+
+bool is_plain(char character) {
+  return character >= ' ' && character < 0x7f && character != '"' && character != '\\';
 }
 
 void append_character(std::string& to, std::string_view character) {
@@ -29,6 +34,10 @@ void append_character(std::string& to, std::string_view character) {
 void JsonWriter::value(std::string_view text) {
   separate();
   text_ += '"';
+  // Most texts are plain words.
+  const auto plain = std::ranges::find_if_not(text, is_plain);
+  text_.append(text.begin(), plain);
+  text.remove_prefix(static_cast<std::size_t>(plain - text.begin()));
   while (!text.empty()) {
     const std::size_t length = utf8Length(text);
     if (length > 0) {

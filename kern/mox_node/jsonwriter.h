@@ -7,12 +7,19 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace moxnode {
 
 class JsonWriter {
  public:
-  std::string take() { return std::move(text_); }
+  explicit JsonWriter(std::size_t expected_bytes) { text_.reserve(expected_bytes); }
+
+  // What was written, with a line end.
+  std::string take_line() {
+    text_ += '\n';
+    return std::move(text_);
+  }
 
   void begin_object() { begin('{'); }
   void end_object() { end('}'); }
@@ -21,7 +28,8 @@ class JsonWriter {
 
   JsonWriter& key(std::string_view name) {
     separate();
-    text_.append("\"").append(name).append("\":");
+    text_ += '"';
+    text_.append(name).append("\":");
     first_ = true;  // no comma between a key and its value
     return *this;
   }

@@ -2,6 +2,13 @@
 
 namespace moxnode {
 
+std::string octal(unsigned mode) {
+  const auto digit = [mode](unsigned place) {
+    return static_cast<char>('0' + (mode >> (3 * place) & 7));
+  };
+  return {'0', digit(2), digit(1), digit(0)};
+}
+
 std::string full_name(const NodeReport& node, const ObjectReport& object) {
   return "node-" + std::to_string(node.number) + ": " + object.name() + " (key " +
          std::to_string(object.key) + ")";

@@ -60,6 +60,9 @@ struct NodeReport {
   std::vector<DeviceReport> devices;
 };
 
+// Permission bits as "0660".
+std::string octal(unsigned mode);
+
 // "node-1: databuf (key 5001)".
 std::string full_name(const NodeReport& node, const ObjectReport& object);
 

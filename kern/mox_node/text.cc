@@ -1,12 +1,10 @@
 #include "kern/mox_node/text.h"
 
-#include <cinttypes>
-#include <cstdarg>
-#include <cstdio>
 #include <ctime>
 #include <limits>
 
 #include "common/base/printable.h"
+#include "kern/mox_node/lines.h"
 
 namespace moxnode {
 
@@ -29,10 +27,6 @@ const char* colour_of(State state) {
   }
 }
 
-std::string number_or(const std::optional<std::uint64_t>& number, const char* otherwise) {
-  return number ? std::to_string(*number) : otherwise;
-}
-
 std::string time_text(std::int64_t seconds) {
   const std::time_t time = seconds;
   struct tm utc {};
@@ -45,16 +39,17 @@ std::string time_text(std::int64_t seconds) {
 
 class TextWriter {
  public:
-  explicit TextWriter(TextStyle style) : style_(style) {}
+  explicit TextWriter(const Report& report, TextStyle style)
+      : style_(style), lines_(report.nodes.size() * bytes_per_node) {}
 
   void node(const NodeReport& node, Verb verb) {
-    text_ += "node-" + std::to_string(node.number) + " ";
+    lines_ << "node-" << node.number << ' ';
     verdict(name_of(node.state), colour_of(node.state));
-    text_ +=
-        " ipcbase=" + std::to_string(node.ipcbase) + " attached=" + number_or(node.attached, "?");
-    if (verb == Verb::PLAN) text_ += std::string(" plan=") + name_of(node.step);
-    text_ += '\n';
-    if (!node.reason.empty()) text_ += "  reason: " + node.reason + "\n";
+    lines_ << " ipcbase=" << node.ipcbase << " attached=";
+    number_or(node.attached, "?");
+    if (verb == Verb::PLAN) lines_ << " plan=" << name_of(node.step);
+    lines_ << '\n';
+    if (!node.reason.empty()) lines_ << "  reason: " << node.reason << '\n';
     for (const ObjectReport& segment : node.segments) object(segment, name_of(segment.state));
     object(node.set, name_of(node.set.state));
     for (const ObjectReport& extra : node.extra) {
@@ -64,122 +59,137 @@ class TextWriter {
   }
 
   void limit(const LimitReport& limit) {
-    text_ += "limit " + limit.name + " needed=" + std::to_string(limit.needed) +
-             " in-use=" + number_or(limit.in_use, "-") + " limit=" + number_or(limit.limit, "-") +
-             " ";
+    lines_ << "limit " << limit.name << " needed=" << limit.needed << " in-use=";
+    number_or(limit.in_use, "-");
+    lines_ << " limit=";
+    number_or(limit.limit, "-");
     fits(limit.fits);
   }
 
   void space(const SpaceReport& space) {
-    text_ += "space " + printable(space.path) + " needed=" + std::to_string(space.needed) +
-             " free=" + number_or(space.free, "?") + " ";
+    lines_ << "space " << printable(space.path) << " needed=" << space.needed << " free=";
+    number_or(space.free, "?");
     fits(space.fits);
   }
 
-  void line(const std::string& text) { text_ += text + "\n"; }
-  std::string take() { return std::move(text_); }
+  // How a verb that changes things tells an operator whether it did.
+  void summary(const Report& report) {
+    lines_ << name_of(report.verb) << ": ";
+    if (report.changed) {
+      lines_ << name_of(report.before) << ", now " << name_of(report.state) << '\n';
+    } else {
+      lines_ << name_of(report.state) << ", nothing changed\n";
+    }
+  }
+
+  std::string take() { return lines_.take(); }
 
  private:
+  static constexpr std::size_t bytes_per_node = 1000;
+
   void verdict(const char* word, const char* colour) {
-    style_.coloured ? text_.append(colour).append(word).append("\033[0m") : text_.append(word);
+    if (style_.coloured) {
+      lines_ << colour << word << "\033[0m";
+    } else {
+      lines_ << word;
+    }
+  }
+
+  void number_or(const std::optional<std::uint64_t>& number, const char* otherwise) {
+    if (number) {
+      lines_ << *number;
+    } else {
+      lines_ << otherwise;
+    }
   }
 
   void fits(const std::optional<bool>& fit) {
+    lines_ << ' ';
     if (!fit) {
       verdict("unknown", red);
     } else {
       *fit ? verdict("fits", green) : verdict("too much", red);
     }
-    text_ += '\n';
+    lines_ << '\n';
   }
 
   void object(const ObjectReport& object, const char* word) {
     const Look& look = object.look;
-    text_ += "  " + std::to_string(object.key) + " " + object.name() +
-             " wanted=" + std::to_string(object.wanted) + " found=";
-    text_ += look.found == Found::THERE    ? std::to_string(look.object.size)
-             : look.found == Found::ABSENT ? "-"
-                                           : "?";
-    text_ += ' ';
+    lines_ << "  " << object.key << ' ' << object.name() << " wanted=" << object.wanted
+           << " found=";
+    if (look.found == Found::THERE) {
+      lines_ << look.object.size;
+    } else {
+      lines_ << (look.found == Found::ABSENT ? '-' : '?');
+    }
+    lines_ << ' ';
     verdict(word, object.wanted == 0 ? yellow : colour_of(object.state));
-    if (style_.verbose && look.found == Found::THERE) details(look.object, object);
-    text_ += '\n';
+    if (style_.verbose && look.found == Found::THERE) details(look.object, object.kind());
+    lines_ << '\n';
   }
 
-  void details(const Object& found, const ObjectReport& object) {
-    char mode[8];
-    std::snprintf(mode, sizeof mode, "%04o", found.mode);
-    text_ += " id=" + std::to_string(found.id) + " mode=" + mode +
-             " uid=" + std::to_string(found.uid) + " gid=" + std::to_string(found.gid);
-    if (object.kind() == Kind::SEGMENT) {
-      text_ += " attached=" + std::to_string(found.attached) +
-               " creator-pid=" + std::to_string(found.creator_pid) +
-               " last-pid=" + std::to_string(found.last_pid);
+  void details(const Object& found, Kind kind) {
+    lines_ << " id=" << found.id << " mode=" << octal(found.mode) << " uid=" << found.uid
+           << " gid=" << found.gid;
+    if (kind == Kind::SEGMENT) {
+      lines_ << " attached=" << found.attached << " creator-pid=" << found.creator_pid
+             << " last-pid=" << found.last_pid;
     }
-    text_ += " changed=" + time_text(found.changed_at);
+    lines_ << " changed=" << time_text(found.changed_at);
   }
 
   void device(const DeviceReport& device) {
     const DeviceFacts& facts = device.facts;
-    text_ += "  device-" + std::to_string(device.number) + " " +
-             (device.path.empty() ? "-" : printable(device.path)) + " ";
+    lines_ << "  device-" << device.number << ' '
+           << (device.path.empty() ? "-" : printable(device.path)) << ' ';
     verdict(name_of(facts.state), facts.state == DeviceState::INITIALISED ? green : yellow);
-    if (facts.kind != nullptr) text_ += std::string(" kind=") + facts.kind;
-    if (facts.bytes) text_ += " bytes=" + std::to_string(*facts.bytes);
+    if (facts.kind != nullptr) lines_ << " kind=" << facts.kind;
+    if (facts.bytes) lines_ << " bytes=" << *facts.bytes;
     if (facts.header) header(*facts.header);
-    if (device.check != Check::NONE) text_ += std::string(" check=") + name_of(device.check);
-    text_ += '\n';
+    if (device.check != Check::NONE) lines_ << " check=" << name_of(device.check);
+    lines_ << '\n';
   }
 
   void header(const DeviceHeader& header) {
-    text_ += " number=" + std::to_string(header.number) +
-             " type=" + (header.is_data ? "data" : "log") +
-             " block-size=" + std::to_string(header.block_size);
-    if (style_.verbose) text_ += " created=" + time_text(header.created);
-    text_ += " name=\"" + printable(header.name) + "\"";
+    lines_ << " number=" << header.number << " type=" << (header.is_data ? "data" : "log")
+           << " block-size=" << header.block_size;
+    if (style_.verbose) lines_ << " created=" << time_text(header.created);
+    lines_ << " name=\"" << printable(header.name) << '"';
   }
 
   TextStyle style_;
-  std::string text_;
+  Lines lines_;
 };
-
-// How a verb that changes things tells an operator whether it did.
-std::string summary(const Report& report) {
-  return std::string(name_of(report.verb)) + ": " +
-         (report.changed ? std::string(name_of(report.before)) + ", now " + name_of(report.state)
-                         : std::string(name_of(report.state)) + ", nothing changed");
-}
 
 }  // namespace
 
 std::string to_text(const Report& report, TextStyle style) {
-  TextWriter text(style);
+  TextWriter text(report, style);
   for (const NodeReport& node : report.nodes) text.node(node, report.verb);
   for (const LimitReport& limit : report.limits) text.limit(limit);
   for (const SpaceReport& space : report.space) text.space(space);
-  if (report.verb == Verb::UP || report.verb == Verb::DOWN) text.line(summary(report));
+  if (report.verb == Verb::UP || report.verb == Verb::DOWN) text.summary(report);
   return text.take();
 }
 
 std::string to_commands(const Report& report, std::vector<std::string>& warnings) {
   constexpr std::uint64_t most = std::numeric_limits<std::int32_t>::max();
-  std::string text;
+  Lines lines(0);
   for (const NodeReport& node : report.nodes) {
-    const std::string name = "node-" + std::to_string(node.number);
-    text += "create " + name + ": ipcbase=" + std::to_string(node.ipcbase);
+    lines << "create node-" << node.number << ": ipcbase=" << node.ipcbase;
     for (const ObjectReport& segment : node.segments) {
       const std::uint64_t size = segment.look.object.size;
       if (!segment.buffer->can_be_given()) continue;
       if (size <= most) {
-        text += std::string(", ") + segment.name() + "=" + std::to_string(size);
+        lines << ", " << segment.name() << '=' << size;
       } else {
-        warnings.push_back(name + ": " + segment.name() + " has " + std::to_string(size) +
-                           " bytes, more than a command can say; left out");
+        warnings.push_back(full_name(node, segment) + " has " + std::to_string(size) +
+                           " bytes, more than a command can say; left out of its line");
       }
     }
-    text += '\n';
+    lines << '\n';
   }
-  return text;
+  return lines.take();
 }
 
 }  // namespace moxnode

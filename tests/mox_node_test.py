@@ -1,0 +1,423 @@
+#!/usr/bin/env python3
+"""The four verbs of mox_node: every verdict, every exit status, and what the kernel then holds."""
+import fcntl
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
+from node_host import (LIBC, NOBODY, NodeTest, attach, has_users, held, kernel_setting, mox_node,
+                       remove_segment, rows, segment, semaphores, states, verb)
+
+NODE = "create node-1: ipcbase=5000, databuf=1048576"
+TWO = NODE + " node-2: ipcbase=5008"
+DICTIONARY = 4194304
+WHOLE = ([5001, 5004], [5005])
+NOTHING = ([], [])
+
+
+def stand(*keys, owner=None, database=1048576, semaphore_count=8):
+    """Makes the objects of NODE and of the second node at the given keys."""
+    for key in keys:
+        if key % 8 == 5:
+            semaphores(key, semaphore_count)
+        else:
+            segment(key, database if key == 5001 else DICTIONARY, owner)
+
+
+class Verdicts(NodeTest):
+    def expect(self, line, status, description=NODE, **values):
+        result = verb(line, description)
+        report = result.json
+        self.assertEqual((result.status, {key: report[key] for key in values}),
+                         (status, values), f"{line}: {result.out}{result.err}")
+        return report
+
+    def expect_untouched(self, line, status, state, description=NODE):
+        before = rows("shm"), rows("sem")
+        report = self.expect(line, status, description, state=state, before=state, changed=False)
+        self.assertEqual((rows("shm"), rows("sem")), before, line)
+        self.assertTrue(any(node["reason"] for node in report["nodes"]), report)
+
+    def test_absent(self):
+        report = self.expect("status", 2, state="absent", before="absent", changed=False)
+        self.assertEqual(states(report), ["databuf:absent", "dictbuf:absent", "set:absent"])
+        self.assertEqual(self.expect("plan", 0)["nodes"][0]["plan"], "create")
+        self.expect("down", 0, state="absent", before="absent", changed=False)
+        self.assertEqual(held(), NOTHING)
+        report = self.expect("up", 0, state="present", before="absent", changed=True)
+        self.assertEqual(held(), WHOLE)
+        found = report["nodes"][0]
+        self.assertEqual([(item["size"], item["mode"], item["attached"])
+                          for item in found["segments"]],
+                         [(1048576, "0660", 0), (DICTIONARY, "0660", 0)])
+        self.assertEqual([row["nattch"] for row in rows("shm")], [0, 0])
+        # Every mutex of the new set is free.
+        self.assertEqual([LIBC.semctl(found["semaphores"]["id"], number, 12)
+                          for number in range(8)], [1] * 8)
+
+    def test_present(self):
+        stand(5001, 5004, 5005)
+        before = rows("shm")
+        self.expect("status", 0, state="present")
+        self.assertEqual(self.expect("plan", 0)["nodes"][0]["plan"], "nothing")
+        self.expect("up", 0, state="present", before="present", changed=False)
+        self.expect("up --repair", 0, state="present", changed=False)
+        self.assertEqual(rows("shm"), before)
+        report = self.expect("down", 0, state="absent", before="present", changed=True)
+        self.assertEqual(report["nodes"][0]["segments"][0]["id"], None)
+        self.assertEqual(held(), NOTHING)
+
+    def test_present_and_attached(self):
+        stand(5001, 5004, 5005)
+        address = attach(5001)
+        self.assertEqual(self.expect("status", 0)["nodes"][0]["attached"], 1)
+        self.expect("up", 0, changed=False)
+        self.expect_untouched("down", 5, "present")
+        self.expect_untouched("down --wait 1", 5, "present")
+        result = verb("down --force", NODE)
+        self.assertEqual((result.status, result.json["state"]), (0, "absent"))
+        self.assertIn("1048576 bytes stay in memory until the last process detaches", result.err)
+        # The memory is still there, without a key, beside a new node.
+        self.expect("up", 0, before="absent")
+        self.assertEqual(held(), ([0, 5001, 5004], [5005]))
+        self.assertEqual(LIBC.shmdt(address), 0)
+        self.assertEqual(held(), WHOLE)
+
+    def test_partial(self):
+        for missing, keys in (("databuf", (5004, 5005)), ("dictbuf", (5001, 5005)),
+                              ("set", (5001, 5004))):
+            with self.subTest(missing):
+                stand(*keys)
+                kept = [row["shmid"] for row in rows("shm")]
+                report = self.expect("status", 3, state="partial")
+                self.assertIn(missing + ":absent", states(report))
+                self.expect_untouched("plan", 3, "partial")
+                self.expect_untouched("up", 3, "partial")
+                self.assertEqual(self.expect("plan --repair", 0)["nodes"][0]["plan"], "repair")
+                self.expect("up --repair", 0, state="present", before="partial", changed=True)
+                self.assertEqual(held(), WHOLE)
+                self.assertLessEqual(set(kept), {row["shmid"] for row in rows("shm")})
+                self.expect("down", 0, state="absent", before="present")
+
+    def test_partial_and_attached(self):
+        stand(5001, 5005)
+        address = attach(5001)
+        self.expect("status", 3, state="partial")
+        self.expect_untouched("plan", 3, "partial")
+        for line in ("plan --repair", "up --repair", "down"):
+            self.expect_untouched(line, 5, "partial")
+        LIBC.shmdt(address)
+        self.expect("down", 0, state="absent", before="partial", changed=True)
+        self.assertEqual(held(), NOTHING)
+
+    def test_conflict(self):
+        everybody = ("status", "plan", "plan --repair", "up", "up --repair", "down",
+                     "down --force")
+        wrongs = [("a smaller segment", NODE, lambda: stand(5001, 5004, 5005, database=1048575)),
+                  ("a larger one", NODE, lambda: stand(5001, 5004, 5005, database=1048577)),
+                  ("a smaller set", NODE, lambda: stand(5001, 5004, 5005, semaphore_count=7)),
+                  ("a larger set", NODE, lambda: stand(5001, 5004, 5005, semaphore_count=9)),
+                  ("one object alone", NODE, lambda: stand(5001, database=5))]
+        for name, description, prepare in wrongs:
+            with self.subTest(name):
+                prepare()
+                for line in everybody:
+                    self.expect_untouched(line, 4, "conflict", description)
+                for row in rows("shm"):
+                    remove_segment(row["key"])
+                for row in rows("sem"):
+                    LIBC.semctl(row["semid"], 0, 0)
+
+    def test_owner(self):
+        self.need_users()
+        stand(5001, 5004, 5005)
+        for user, line, status in (("nobody", "status", 4), ("nobody", "up", 4),
+                                   ("nobody", "down", 4), (str(NOBODY.pw_uid), "status", 4),
+                                   ("root", "status", 0), ("0", "plan", 0)):
+            self.expect(f"{line} -u {user}", status)
+        self.assertEqual(held(), WHOLE)
+        self.expect("down -u root", 0)
+        report = self.expect("up -u nobody", 0, state="present")
+        owners = {(item["uid"], item["gid"], item["mode"]) for item in
+                  report["nodes"][0]["segments"] + [report["nodes"][0]["semaphores"]]}
+        self.assertEqual(owners, {(NOBODY.pw_uid, NOBODY.pw_gid, "0660")})
+        self.expect("status -u root", 4)
+        self.expect("down -u nobody", 0)
+        # A number without an account: the group stays that of the creator.
+        report = self.expect("up -u 54321", 0)
+        self.assertEqual(report["nodes"][0]["semaphores"]["uid"], 54321)
+        self.assertEqual(report["nodes"][0]["semaphores"]["gid"], os.getegid())
+
+    def test_nobody_may_not_give_objects_away(self):
+        self.need_users()
+        for user in ("root", "54321"):
+            result = verb(f"up -u {user}", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid,
+                          extra_groups=[])
+            self.assertEqual((result.status, held()), (1, NOTHING))
+            self.assertRegex(result.json["error"], "^only root may give objects to user ")
+        result = verb("up -u nobody", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid)
+        self.assertEqual((result.status, held()), (0, WHOLE))
+
+    def test_a_user_whom_the_namespace_does_not_know(self):
+        if has_users():
+            self.skipTest("skipped: every user exists here")
+        result = verb("up -u nobody", NODE)
+        self.assertEqual((result.status, held()), (1, NOTHING))
+        self.assertIn("does not exist in this user namespace", result.json["error"])
+
+    def test_unknown_users(self):
+        for user in ("no_such_user", "4294967295", "-1", "99999999999999999999", "0x0"):
+            result = verb(f"status -u {user}", NODE)
+            self.assertEqual((result.status, result.json["error"]), (1, f"unknown user {user}"))
+
+    def test_extra_is_named_and_stays(self):
+        stand(5001, 5004, 5005)
+        stranger = segment(5003, 4096)
+        segment(5007, 10)
+        segment(5006, 11)  # no buffer's key
+        for line, before in (("status", "present"), ("down", "present"), ("status", "absent")):
+            result = verb(line, NODE)
+            self.assertEqual(result.json["before"], before)
+            self.assertEqual([(item["key"], item["size"], item["attached"])
+                              for item in result.json["nodes"][0]["extra"]],
+                             [(5003, 4096, 0), (5007, 10, 0)])
+            self.assertEqual(result.json["nodes"][0]["extra"][0]["id"], stranger)
+        self.assertEqual(held(), ([5003, 5006, 5007], []))
+
+    def test_of_several_nodes_the_worst_counts(self):
+        first = (5001, 5004, 5005)
+        for keys, database, state, status, plan in (
+                (first + (5012, 5013), 1048576, "present", 0, ["nothing", "nothing"]),
+                (first, 1048576, "mixed", 2, ["nothing", "create"]),
+                (first + (5012,), 1048576, "partial", 3, ["nothing", "refuse"]),
+                ((5012,), 1048576, "partial", 3, ["create", "refuse"]),
+                (first + (5012,), 7, "conflict", 4, ["refuse", "refuse"])):
+            with self.subTest(keys):
+                stand(*keys, database=database)
+                self.expect("status", status, TWO, state=state)
+                report = self.expect("plan", status if status > 2 else 0, TWO)
+                self.assertEqual([node["plan"] for node in report["nodes"]], plan)
+                if status > 2:
+                    self.expect_untouched("up", status, state, TWO)
+                    self.assertEqual({limit["needed"] for limit in report["limits"]}, {0})
+                else:
+                    self.expect("up", 0, TWO, state="present", before=state,
+                                changed=state == "mixed")
+                for row in rows("shm"):
+                    remove_segment(row["key"])
+                for row in rows("sem"):
+                    LIBC.semctl(row["semid"], 0, 0)
+        # In use counts before partial, and wrong before both.
+        third = TWO + " node-3: ipcbase=5016"
+        stand(5001, 5004, 5012)
+        attach(5012)
+        stand(5021)
+        self.expect_untouched("up", 3, "partial", third)
+        self.expect_untouched("up --repair", 5, "partial", third)
+        stand(5020)
+        semaphores(5005, 3)
+        self.expect_untouched("up --repair", 4, "conflict", third)
+        self.expect_untouched("down", 4, "conflict", third)
+
+    def test_keys_beyond_the_largest(self):
+        description = "create node-7: ipcbase=2147483644, evbuf=9"
+        self.expect("up", 0, description, state="present")
+        self.assertEqual(held(), ([-2147483648, -2147483645], [-2147483647]))
+        self.expect("down", 0, description)
+
+    def test_nobody_sees_everything(self):
+        self.need_users()
+        segment(5001, 1048576, mode=0)
+        segment(5004, DICTIONARY, mode=0o600)
+        semaphores(5005, mode=0)
+        for line in ("status", "plan"):
+            result = verb(line, NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid, extra_groups=[])
+            self.assertEqual((result.status, result.json["state"]), (0, "present"))
+        # What it may not remove is named.
+        result = verb("down", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid, extra_groups=[])
+        self.assertEqual((result.status, held()), (1, WHOLE))
+        for name in ("databuf (key 5001)", "dictbuf (key 5004)", "semaphores (key 5005)"):
+            self.assertIn(f"removing node-1: {name}: Operation not permitted", result.err)
+            self.assertIn(f"{name} is present", result.json["error"])
+
+
+class Limits(NodeTest):
+    def setUp(self):
+        super().setUp()
+        if not os.access("/proc/sys/kernel/shmmni", os.W_OK):
+            self.skipTest("skipped: limits are fixed")
+
+    def limits(self, status):
+        result = verb("plan", TWO)
+        self.assertEqual(result.status, status, result.out)
+        return {limit["name"]: limit for limit in result.json["limits"]}
+
+    def test_each_limit_is_told_and_counts(self):
+        stand(5012)
+        segment(1, 4097)
+        remove_segment(5012)
+        needs = {"shmmni": (1, 3), "shmmax": (None, DICTIONARY), "shmall": (2, 2304),
+                 "semmni": (0, 2), "semmsl": (None, 8), "semmns": (0, 16)}
+        self.assertEqual({name: (limit["in_use"], limit["needed"])
+                          for name, limit in self.limits(0).items()}, needs)
+        sem = "32000 1024000000 500 32000"
+        for name, setting, exact, below in (
+                ("shmmni", "shmmni", "4", "3"), ("shmall", "shmall", "2306", "2305"),
+                ("shmmax", "shmmax", str(DICTIONARY), str(DICTIONARY - 1)),
+                ("semmsl", "sem", "8 1024000000 500 32000", "7 1024000000 500 32000"),
+                ("semmns", "sem", "32000 16 500 32000", "32000 15 500 32000"),
+                ("semmni", "sem", "32000 1024000000 500 2", "32000 1024000000 500 1")):
+            with self.subTest(name):
+                before = pathlib.Path("/proc/sys/kernel", setting).read_text()
+                kernel_setting(setting, exact)
+                self.assertIs(self.limits(0)[name]["fits"], True)
+                kernel_setting(setting, below)
+                self.assertEqual([key for key, limit in self.limits(6).items()
+                                  if not limit["fits"]], [name])
+                # The kernel is of the same opinion, and nothing is left.
+                self.assertEqual((verb("up", TWO).status, held()), (1, ([1], [])))
+                kernel_setting(setting, before if setting != "sem" else sem)
+
+    def test_limits_that_are_none(self):
+        self.assertEqual([self.limits(0)[name]["limit"] for name in ("shmmax", "shmall")],
+                         [None, None])
+
+    def test_segments_that_would_vanish(self):
+        kernel_setting("shm_rmid_forced", "1")
+        limit = self.limits(6)["shm_rmid_forced"]
+        self.assertEqual((limit["limit"], limit["needed"], limit["fits"]), (0, 3, False))
+        result = verb("up", TWO)
+        self.assertEqual((result.status, held()), (1, NOTHING))
+        self.assertIn("kernel.shm_rmid_forced is set", result.json["error"])
+        # Without a segment to be made, it does not matter.
+        kernel_setting("shm_rmid_forced", "0")
+        stand(5001, 5004, 5012, 5013)
+        kernel_setting("shm_rmid_forced", "1")
+        self.assertEqual(verb("up --repair", TWO).status, 0)
+
+    def test_committed_memory(self):
+        self.put_over("/proc/sys/vm/overcommit_memory", "2\n")
+        needed = DICTIONARY * 2 + 1048576
+        for limit, fits in ((needed // 1024 + 100, True), (needed // 1024 + 99, False)):
+            self.put_over("/proc/meminfo", f"MemTotal: 5 kB\nCommitLimit: {limit} kB\n"
+                                      "Committed_AS:     100 kB\n")
+            self.assertEqual(self.limits(0 if fits else 6)["CommitLimit"],
+                             {"name": "CommitLimit", "limit": limit * 1024, "in_use": 102400,
+                              "needed": needed, "fits": fits})
+        self.put_over("/proc/meminfo", "MemTotal: 5 kB\n")
+        self.assertIs(self.limits(1)["CommitLimit"]["fits"], None)
+
+
+class Turns(NodeTest):
+    LOCK = "/run/lock/mox_node.lock"
+
+    def test_of_many_each_finds_the_work_of_the_one_before(self):
+        for line, state, once in (("up", WHOLE, "absent"), ("down", NOTHING, "present")):
+            results = [None] * 8
+
+            def race(number, line=line, results=results):
+                results[number] = verb(line, NODE)
+
+            threads = [threading.Thread(target=race, args=(number,)) for number in range(8)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+            self.assertEqual([result.status for result in results], [0] * 8)
+            changes = [result.json["before"] for result in results if result.json["changed"]]
+            self.assertEqual(changes, [once])
+            self.assertEqual(held(), state)
+
+    def test_a_turn_that_never_comes(self):
+        with open(self.LOCK, "w", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            begin = time.monotonic()
+            result = verb("up", NODE)
+            self.assertEqual((result.status, held()), (1, NOTHING))
+            self.assertIn("another up or down is at work", result.json["error"])
+            self.assertTrue(9 < time.monotonic() - begin < 20)
+            # Who only looks needs no turn.
+            self.assertEqual([verb(line, NODE).status for line in ("status", "plan")], [2, 0])
+
+    def test_the_lock_file_serves_every_user(self):
+        self.assertEqual(verb("up", NODE, umask=0o777).status, 0)
+        status = os.stat(self.LOCK)
+        self.assertEqual((status.st_mode & 0o777, status.st_size), (0o444, 0))
+        if has_users():
+            result = verb("up", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid)
+            self.assertEqual(result.status, 0)
+
+    def test_a_lock_file_that_is_none(self):
+        precious = self.path("precious", "content")
+        for name, make in (("link", lambda: os.symlink(precious, self.LOCK)),
+                           ("dangling link", lambda: os.symlink(self.path("new"), self.LOCK)),
+                           ("fifo", lambda: os.mkfifo(self.LOCK)),
+                           ("folder", lambda: os.mkdir(self.LOCK))):
+            with self.subTest(name):
+                make()
+                result = verb("up", NODE)
+                self.assertEqual((result.status, held()), (1, NOTHING))
+                self.assertIn(self.LOCK, result.json["error"])
+                os.rmdir(self.LOCK) if name == "folder" else os.unlink(self.LOCK)
+        self.assertEqual(pathlib.Path(precious).read_text(), "content")
+        self.assertFalse(os.path.exists(self.path("new")))
+
+    def test_waiting_for_the_last_to_detach(self):
+        stand(5001, 5004, 5005)
+        address = attach(5004)
+        timer = threading.Timer(1.0, lambda: LIBC.shmdt(address))
+        timer.start()
+        begin = time.monotonic()
+        with subprocess.Popen(["mox_node", "down", "--wait", "60", *NODE.split()],
+                              stdout=subprocess.DEVNULL) as waiting:
+            # It gives its turn back while it waits.
+            self.assertEqual(verb("up", "create node-2: ipcbase=6000").status, 0)
+            self.assertLess(time.monotonic() - begin, 1)
+            self.assertEqual(waiting.wait(), 0)
+        self.assertTrue(1 <= time.monotonic() - begin < 30)
+        self.assertEqual(held(), ([6004], [6005]))
+
+    def test_force_comes_after_the_wait(self):
+        stand(5001, 5004, 5005)
+        attach(5004)
+        begin = time.monotonic()
+        self.assertEqual(verb("down --wait 1 --force", NODE).status, 0)
+        self.assertGreaterEqual(time.monotonic() - begin, 1)
+
+    def test_an_object_that_changed_hands_stays(self):
+        stand(5001, 5004, 5005)
+        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=shmctl", "-e",
+                   "inject=shmctl:delay_enter=2000000:when=3", "mox_node", "down",
+                   *NODE.split()]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              text=True) as down:
+            time.sleep(1)  # it has looked, and is about to remove the first segment
+            remove_segment(5001)
+            stranger = segment(5001, 77)
+            _, error = down.communicate()
+        self.assertEqual(down.returncode, 1, error)
+        self.assertIn("left: node-1: databuf (key 5001) is wrong", error)
+        self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
+
+    def test_an_object_in_the_way_undoes_everything(self):
+        # A stranger's segment appears between the look and the creation.
+        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=shmget", "-e",
+                   "inject=shmget:delay_enter=2000000:when=13", "mox_node", "up", *TWO.split()]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              text=True) as up:
+            time.sleep(1)
+            stranger = segment(5012, 77)
+            _, error = up.communicate()
+        self.assertEqual(up.returncode, 1, error)
+        self.assertIn("node-2: dictbuf (key 5012) was made by somebody else meanwhile", error)
+        self.assertEqual([row["shmid"] for row in rows("shm") if row["key"] == 5012], [stranger])
+        self.assertEqual(held(), ([5012], []))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
