@@ -114,6 +114,48 @@ class Library(unittest.TestCase):
         out = self.run_in(self.work, "runtime-demo-c/runtime_demo_c")
         self.assertEqual(out, "acktimeout = 500\nlogfile = none\n")
 
+    def test_first_lines_of_a_program_are_as_the_page_shows_them(self):
+        text = (SOURCES / "man/mox_runtime.7").read_text()
+        main, cmake = re.findall(r"^\.Bd -literal\n(.*?)^\.Ed$", text, re.M | re.S)[:2]
+        source = self.project("page", "project(page LANGUAGES C CXX)\n"
+                                      "find_package(Threads REQUIRED)\n" + cmake, main_cc=main)
+        program = self.build(source, "page-build") / "myprog"
+        log = self.work / "page.log"
+        self.run_in(self.work, program, "-D", f"logfile={log}", "-D", "historytime=0")
+        self.assertRegex(log.read_text(), r"\AMYPROG p:\d+ started\n\Z")
+
+    @unittest.skipUnless(shutil.which("logrotate", path="/usr/sbin:/usr/bin"),
+                         "skipped: logrotate is not installed")
+    def test_program_follows_a_rotation_by_the_example(self):
+        source = self.project(
+            "rotating", "project(rotating LANGUAGES CXX)\nfind_package(mox REQUIRED)\n"
+                        "mox_program(rotating main.cc)",
+            main_cc='#include <iostream>\n#include <string>\n#include "mox/common/logger.h"\n'
+                    'int main(int, char** argv) {\n  logmsg.setFileNameAll(argv[1]);\n'
+                    '  for (std::string line; std::getline(std::cin, line);) {\n'
+                    '    logLine(LEVEL_INF, line);\n    std::cout << "logged" << std::endl;\n  }\n}\n')
+        program = self.build(source, "rotating-build") / "rotating"
+        logs = self.work / "logs"
+        logs.mkdir(mode=0o755)
+        rules = self.work / "rules"
+        rules.write_text((SOURCES / "examples/logrotate/mox").read_text()
+                         .replace("/var/log/mox", str(logs)))
+        rules.chmod(0o644)
+        with subprocess.Popen([program, logs / "a.log"], text=True, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as process:
+            def say(word):
+                process.stdin.write(word + "\n")
+                process.stdin.flush()
+                self.assertEqual(process.stdout.readline(), "logged\n")
+
+            say("first")
+            self.run_in(self.work, "logrotate", "--force", "--state", self.work / "state", rules,
+                        PATH="/usr/sbin:" + os.environ["PATH"])
+            say("second")
+            process.stdin.close()
+        self.assertIn("first", (logs / "a.log.1").read_text())
+        self.assertIn("second", (logs / "a.log").read_text())
+
     def test_headers_stand_alone_beside_folders_of_the_same_names(self):
         headers = sorted(path.relative_to(self.include).as_posix()
                          for path in self.include.rglob("*.h"))
