@@ -21,12 +21,22 @@ if(MOX_BUILD_FUZZERS)
   target_compile_options(mox_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Of release builds of the system, and of every program that mox_program makes.
+add_library(mox_hardening INTERFACE)
+add_library(mox::mox_hardening ALIAS mox_hardening)
+target_compile_options(mox_hardening INTERFACE
+  -fstack-protector-strong -fstack-clash-protection
+  $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i[3-6]86)$")
+  target_compile_options(mox_hardening INTERFACE -fcf-protection)
+endif()
+target_compile_definitions(mox_hardening INTERFACE $<$<COMPILE_LANGUAGE:CXX>:_GLIBCXX_ASSERTIONS>)
+target_link_options(mox_hardening INTERFACE -Wl,-z,relro,-z,now)
+
 if(MOX_SANITIZE)
   target_compile_options(mox_options INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(mox_options INTERFACE -fsanitize=address,undefined)
 else()
-  target_compile_options(mox_options INTERFACE
-    -fstack-protector-strong $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
-  target_link_options(mox_options INTERFACE -Wl,-z,relro,-z,now)
+  target_link_libraries(mox_options INTERFACE mox_hardening)
 endif()

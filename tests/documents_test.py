@@ -206,6 +206,20 @@ class Documents(unittest.TestCase):
         self.assertCountEqual(re.findall(r"^\.Va (\w+) [,.]$", section, re.M),
                               [name for name, in obsolete])
 
+    def test_standard_options_and_environment(self):
+        code = source("common/scanarg.cc", "common/logconfig.cc")
+        letters = set(re.findall(r"^    {'(\w)', \"", code, re.M))
+        self.assertEqual(len(letters), 21)
+        self.assertEqual(listed("mox_runtime.7", "Fl"), letters)
+        variables = set(re.findall(r'"((?:MOX|KORV)_[A-Z_]+)"', code))
+        self.assertEqual(len(variables), 11)
+        self.assertEqual(listed("mox_runtime.7", "Ev"), variables)
+
+    def test_lines_for_logrotate(self):
+        example = (SOURCES / "examples/logrotate/mox").read_text()
+        shown = find(BLOCK, find(r"^\.Ss Rotation$(.*?)^\.Sh ", page("mox_runtime.7"))[0])[0]
+        self.assertEqual(re.sub("^#.*\n", "", example, flags=re.M), shown)
+
     def test_the_example_of_a_configuration_file_is_read(self):
         example, = find(BLOCK, page("mox.conf.5"))
         path = pathlib.Path(self.folder, "mox.conf")
@@ -219,7 +233,7 @@ class Documents(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("mandoc"), "skipped: mandoc is not installed")
     def test_pages_are_free_of_lint_and_fit_the_terminal(self):
-        for name in ("mox_res_mgr.8", "devinit.8", "mox.conf.5"):
+        for name in ("mox_res_mgr.8", "devinit.8", "mox.conf.5", "mox_runtime.7"):
             path = SOURCES / "man" / name
             lint = run("mandoc", "-T", "lint", path).stdout.splitlines()
             # Pages of other packages may be missing here.

@@ -26,47 +26,66 @@ TEST_F(Logger, HeadOfALine) {
       {"0", "", "X", 1, LEVEL_DIA, "Node-1 X "},
       {"1", "", "RESMGR", 1, LEVEL_ERR, "n:1 RESMGR ERR " + date + " p:P "},
       {"2", "", "X", -1, LEVEL_DBG, "X DBG " + date + "\\.[0-9]{3} p:P "},
-      {"3", "day %d%%", "X", -1, LEVEL_TST, "X TST day [0-9]{2}%\\.[0-9]{6} p:P "}};
+      {"3", "day %d%%", "X", -1, LEVEL_TST, "X TST day [0-9]{2}%\\.[0-9]{6} p:P "},
+      {"1", "a%nb", "X", -1, LEVEL_INF, "X a\\\\nb p:P "}};
   for (const auto& [time, format, prefix, node, level, head] : cases) {
     set("historytime", time);
     set("timeformat", format);
     logmsgNodeno = node;
     logmsgPrefix = prefix;
     logmsg.setMethodAll(LogMethod::TO_STDOUT);
+    SCOPED_TRACE(head);
     const std::string line = printed([level = level] { log(level); });
     EXPECT_TRUE(std::regex_match(line, std::regex(head + "text\n\\|"))) << line;
   }
 }
 
-TEST_F(Logger, PiecesOfAMessageAndMisuse) {
-  const std::string half(2000, 'x');
-  const std::string output = printed([&half] {
-    logmsg.logg();
-    logmsg.start(LEVEL_INF, "first.cc", 1);
-    logmsg.txt("lost");
-    logmsg.start(LEVEL_INF, "second.cc", 2);
-    logmsg.txt(nullptr);
-    logmsg.txt("abc", -1);
-    logmsg.txt((half + half + "x").c_str());
-    logmsg.printInt("<", -2147483647 - 1, ">");
-    logmsg.printFix("=", 42, 5, 0);
-    logmsg.printFix("=", 42, 10, 1);
-    logmsg.printFix("=", 12345, 4, 0);
-    logmsg.printFixHex("=", 0xBEEF, 11, 1);
-    for (int i = 0; i < 3; ++i) logmsg.txt(half.c_str());
-    logmsg.logg();
-  });
-  EXPECT_EQ(
-      output,
-      "BEWARE LogMsg::start not invoked (lmLog) in ?? \n"
-      "BEWARE LogMsg::start invoked twice (lmStart)\n"
-      "prev in file first.cc line 1, now in file second.cc line 2\n"
-      "BEWARE Bad length char[] to LogMsg::txt\nBEWARE Bad length char[] to LogMsg::txt\n|p:P "
-      "<-2147483648>=   42=0000000042=BEWARE overflow=BEWARE overflow" +
-          half + half + half);
+TEST_F(Logger, NumbersAreRightAlignedOrRefused) {
+  EXPECT_EQ(printed([] {
+              logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+              logmsg.printInt("<", -2147483647 - 1, ">");
+              logmsg.printFix("=", 42, 5, 0);
+              logmsg.printFix("=", 42, 10, 1);
+              logmsg.printFix("=", 12345, 4, 0);
+              logmsg.printFixHex("=", 0xBEEF, 4, 1);
+              logmsg.printFixHex("=", 0xBEEF, 11, 1);
+              logmsg.debugByte("=", "\x0a\xff", 2);
+              logmsg.logg();
+            }),
+            "|p:P <-2147483648>=   42=0000000042=BEWARE overflow=beef=BEWARE overflow= 0a ff");
 }
 
-TEST_F(Logger, Destinations) {
+TEST_F(Logger, PiecesWithoutALengthOfTheirOwnAreRefused) {
+  const std::string longest(4000, 'x');
+  EXPECT_EQ(
+      printed([&longest] {
+        logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+        logmsg.txt(nullptr);
+        logmsg.txt("abc", -1);
+        logmsg.txt((longest + "x").c_str());
+        logmsg.txt(longest.c_str());
+        logmsg.logg();
+      }),
+      "BEWARE Bad length char[] to LogMsg::txt\nBEWARE Bad length char[] to LogMsg::txt\n|p:P " +
+          longest);
+}
+
+TEST_F(Logger, StartAndLoggOutOfOrderAreTold) {
+  EXPECT_EQ(printed([] {
+              logmsg.logg();
+              logmsg.txt("dropped");
+              logmsg.start(LEVEL_INF, "first.cc", 1);
+              logmsg.txt("lost");
+              logmsg.start(LEVEL_INF, "second.cc", 2);
+              logmsg.txt("text\n");
+              logmsg.logg();
+            }),
+            "BEWARE LogMsg::start not invoked (lmLog) in ?? \n"
+            "BEWARE LogMsg::start invoked twice (lmStart)\n"
+            "prev in file first.cc line 1, now in file second.cc line 2\n|p:P text\n");
+}
+
+TEST_F(Logger, EachLevelHasItsDestination) {
   EXPECT_EQ(printed(log_at_all_levels), "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\n");
   umask(0);
   logmsgNodeno = 12;
@@ -88,14 +107,16 @@ TEST_F(Logger, Destinations) {
             "n:12 p:P text\n|Illegal log-level");
 }
 
-TEST_F(Logger, HistoryFile) {
+TEST_F(Logger, HistoryFileIsNamedByKeyAndNode) {
   const std::tuple<const char*, int, const char*> cases[] = {
       {"nodeno", 2, "h.2.s%d"}, {"shmkeynodeno", 2, "h.5-2.s%d"}, {"shmkey", -1, "h.5.s%d"}};
   for (const auto& [kind, node, file] : cases) {
     logmsgNodeno = node;
     set("historyfile", folder_ / "h.%d.s%d");
     set("historysubst", kind);
-    EXPECT_TRUE(logmsg.tryHistoryfile(5) && logmsg.redirectHistoryFile(5));
+    SCOPED_TRACE(file);
+    EXPECT_TRUE(logmsg.tryHistoryfile(5));
+    EXPECT_TRUE(logmsg.redirectHistoryFile(5));
     log(LEVEL_ERR);
     EXPECT_TRUE(read(file).ends_with("ERR p:P text\n")) << file;
   }
@@ -111,6 +132,7 @@ TEST_F(Logger, TroublesAreToldOnceAndTheProgramGoesOn) {
       {fifo, "open file " + fifo + ":No such device or address"},
       {"/dev/full", "write file /dev/full:No space left on device"}};
   for (const auto& [file, trouble] : cases) {
+    SCOPED_TRACE(file);
     logmsg.setFileNameAll(file.c_str());
     EXPECT_EQ(std::regex_replace(printed(log_at_all_levels), std::regex("t:[0-9]+"), "T"),
               "       WRN p:P T could not " + trouble + "\n|");
@@ -165,6 +187,9 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   EXPECT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   const std::string output = printed([] {
     log_at_all_levels();
+    logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
+    for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
+    logmsg.loggImmediate();
     set("loglevmap_dbg", "debug");
     set("loglevmap_err", "none");
     set("syslog_ident", "OTHER");
@@ -179,9 +204,10 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   });
   const std::string ignoring = "p:P initLogLevMap, ignoring unexpected value: ";
   const std::string overrides = " overrides syslog_facility=cron\n";
-  EXPECT_EQ(output, "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\nERR p:P text\n" +
-                        ignoring + "local7\np:P MOX_SYSLOG_FACILITY=local7" + overrides +
-                        "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
+  const std::string immediate = "ERR p:P " + std::string(6000, 'x');
+  EXPECT_EQ(output, "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\n" + immediate +
+                        "ERR p:P text\n" + ignoring + "local7\np:P MOX_SYSLOG_FACILITY=local7" +
+                        overrides + "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
                         "p:P syslog logging disabled\nVSE p:P text\n" + ignoring +
                         "moon\np:P MOX_SYSLOG_FACILITY=moon" + overrides + ignoring +
                         "moon\nVSE p:P text\n");
@@ -202,7 +228,7 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   EXPECT_STREQ(status.getText(), "KORV-S-11618: Invalid syntax in configuration file moon");
 }
 
-TEST_F(Logger, WholeReportsOfAStatus) {
+TEST_F(Logger, StatusIsReportedWhole) {
   const std::string os_message = "OS message: No such file or directory\n";
   const std::string text = "-05500: Opening file \"/a\" failed, OS status=2";
   const std::string place = text + "' (0x157c)\nSet in 'site.cc' line 42\n";

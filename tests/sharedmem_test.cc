@@ -12,8 +12,16 @@
 #include <string>
 #include <vector>
 
+#include "common/lockmem.h"
 #include "tests/support/ipc_namespace.h"
 #include "utl/semops.h"
+
+// This program's own hook, as a server has one, in the place of the runtime's.
+static Moxstatus_e locking_fails = MOX_NORMAL;
+
+void incLockMem(const void* /*address*/, unsigned size, Status& status) {
+  if (locking_fails != MOX_NORMAL) status.set(SEV_SYSTEMERR, locking_fails, ENOMEM, {size});
+}
 
 namespace {
 
@@ -53,6 +61,15 @@ TEST_F(SharedMemory, CreatesExclusivelyAndLeavesStrangersAlone) {
   EXPECT_EQ(outcome(), "5511/4/22/" + std::to_string(shmid));
   sharedRemove(41, 0U, status);
   EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
+}
+
+TEST_F(SharedMemory, IsRemovedAgainWhenTheHookOfTheProgramCannotLockIt) {
+  locking_fails = MOX_CANNOT_HAPPEN;
+  EXPECT_EQ(sharedCreateIfNotExists(41, 5000, address, status), -1);
+  locking_fails = MOX_NORMAL;
+  EXPECT_EQ(outcome(), "3360/4/" + std::to_string(ENOMEM) + "/5000");
+  EXPECT_EQ(address, nullptr);
+  EXPECT_TRUE(kernel_segments().empty());
 }
 
 TEST_F(SharedMemory, RemovesByKeyOnlyWhatItOwns) {

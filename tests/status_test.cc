@@ -39,6 +39,42 @@ TEST(Status, FormatsTemplateParametersAndOsError) {
                "KORV-A-00077: *** Error number not in use");
 }
 
+// An empty last parameter that fits exactly is stored; a text of which nothing remains is not.
+TEST(Status, ParameterThatFillsTheLastByteIsStored) {
+  const struct {
+    int used;  // by one parameter before, with its terminator
+    const char* text;
+    int stored;
+    int count;
+  } cases[] = {{255, "", 0, 2}, {256, "", 0, 1}, {254, "a", 1, 2}, {255, "a", 0, 1}};
+  for (const auto& [used, text, stored, count] : cases) {
+    SCOPED_TRACE(std::to_string(used) + " bytes used, then \"" + text + "\"");
+    Status status;
+    addStatusParam(&status, std::string(static_cast<std::size_t>(used - 1), 'x').c_str());
+    EXPECT_EQ(addStatusParam(&status, text), stored);
+    EXPECT_EQ(status.param_count, count);
+  }
+}
+
+TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
+  EXPECT_STREQ(Status::getText(MOX_NORMAL), "Normal successful completion");
+  EXPECT_STREQ(Status::getText(MOX_INVALID_OPTION), "Invalid option");
+  EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(0x10000 + 5515)),
+               "Shared memory segment with key \"%1\" exists already");
+  // 127 further on in the same chain.
+  EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(5515 + 127)),
+               "*** Error number not in use");
+  EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(-1)), "*** Error number not in use");
+}
+
+TEST(Status, PlaceholdersThatNameNothingStayOrVanish) {
+  Status status;
+  status.set(SEV_SYSTEMERR, MOX_VALUE_OUT_OF_RANGE, 0, {"50%1%i", "acktimeout"});
+  EXPECT_STREQ(
+      status.getText(),
+      "KORV-S-00336: Value \"50%1%i\" of variable \"acktimeout\" is not in the range  to ");
+}
+
 TEST(Status, TextIsFormattedOnceUntilTheStatusIsSetAgain) {
   Status status = failure(SEV_SYSTEMERR, 5500, ENOENT);
   const std::string first = status.getText();

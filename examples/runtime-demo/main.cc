@@ -2,17 +2,20 @@
 //   runtime_demo -c demo.conf -n 7 -D acktimeout=1000 hello world
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
-#include "common/buildinfo.h"
-#include "common/logger.h"
-#include "common/releaseinfo.h"
-#include "common/scanarg.h"
-#include "common/scanconf.h"
-#include "common/variables.h"
+#include "mox/common/buildinfo.h"
+#include "mox/common/logger.h"
+#include "mox/common/releaseinfo.h"
+#include "mox/common/scanarg.h"
+#include "mox/common/scanconf.h"
+#include "mox/common/stdstreams.h"
+#include "mox/common/variables.h"
 
 namespace {
 
-constexpr const char* options = "hvVc:d:n:D:";
+constexpr int program_number = 7;
+constexpr const char* options = "hvVc:C:d:n:D:";
 
 // A status that failed ends the program with its text; the log gets the whole record.
 void must(Status& status, const char* activity) {
@@ -22,13 +25,17 @@ void must(Status& status, const char* activity) {
   std::exit(EXIT_FAILURE);
 }
 
-// Definitions of the command line come last: they override the file.
+// The second file goes on top of the first, definitions of the command line on top of both.
 ConfigRecord configure(ScanArg& arguments) {
   ConfigRecord record;
   Status status;
   if (arguments.configFile != nullptr) {
     scanConf(arguments.configFile, record, status);
     must(status, "reading the configuration");
+  }
+  if (arguments.extraConfigFile != nullptr) {
+    addConf(arguments.extraConfigFile, record, VarSet::instance(), status);
+    must(status, "reading the second configuration");
   }
   arguments.setVariables(0, status);
   must(status, "setting the variables");
@@ -42,23 +49,21 @@ void show(const ScanArg& arguments, const ConfigRecord& record) {
   }
   for (int i = 0; i < arguments.operandCount; ++i) {
     std::printf("operand %s\n", arguments.operands[i]);
-    logmsg.start(LEVEL_INF, __FILE__, __LINE__);
-    logmsg.txt("operand ");
-    logmsg.txt(arguments.operands[i]);
-    logmsg.chr('\n');
-    logmsg.logg();
+    logLine(LEVEL_INF, std::string("operand ") + arguments.operands[i]);
   }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  openStandardStreams();
   logmsgPrefix = "DEMO";
+  describeProgram(program_number, "Runtime demonstration");
   ScanArg arguments;
   const int errors = arguments.parse(argc, argv, options);
-  if (arguments.versionFlag != 0) printVersionInfo(stdout, 0);
+  if (arguments.versionFlag != 0) printVersionInfo(stdout, program_number);
   if (arguments.fullVersionFlag != 0) {
-    printLinkInfo(stdout, 0, build_link_time, build_link_command);
+    printLinkInfo(stdout, program_number, build_link_time, build_link_command);
   }
   if (errors != 0 || arguments.helpFlag != 0) {
     arguments.usage();

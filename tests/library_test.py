@@ -1,0 +1,234 @@
+#!/usr/bin/env python3
+"""The runtime as a stranger's projects use it: installed, by CMake and by pkg-config, in C++ and in C.
+
+Given by the environment: BUILD_DIR, COMPILER, and FLAGS that the compilation of the library obliges to.
+"""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+SOURCES = pathlib.Path(__file__).resolve().parent.parent
+COMPILER = os.environ.get("COMPILER", "c++")
+FLAGS = os.environ.get("FLAGS", "")
+DEMO_OUTPUT = ("acktimeout = 1000\nnode 1 at host-a:1862\nnode 2 at host-b:1862\n"
+               "operand hello\noperand world\n")
+
+
+class Library(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.work = pathlib.Path(folder.name)
+        cls.prefix = cls.work / "prefix"
+        subprocess.run(["cmake", "--install", os.environ["BUILD_DIR"], "--prefix", cls.prefix,
+                        "--component", "mox_development"], check=True, capture_output=True)
+        for name in ("runtime-demo", "runtime-demo-c"):
+            shutil.copytree(SOURCES / "examples" / name, cls.work / name)
+        cls.include = cls.prefix / "include"
+
+    def run_in(self, folder, *command, **environment):
+        done = subprocess.run(list(map(str, command)), cwd=folder, capture_output=True, text=True,
+                              env=os.environ | environment, stdin=subprocess.DEVNULL, check=False)
+        self.assertEqual(done.returncode, 0, f"{command}:\n{done.stdout}{done.stderr}")
+        return done.stdout
+
+    def project(self, name, cmake, **sources):
+        folder = self.work / name
+        folder.mkdir()
+        (folder / "CMakeLists.txt").write_text(
+            f"cmake_minimum_required(VERSION 3.25)\n{cmake}\n")
+        for source, text in sources.items():
+            path = folder / source.replace("__", "/").replace("_", ".")
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+        return folder
+
+    def build(self, source, build, *settings, generator="Ninja", **environment):
+        """Configures and builds `source` in a folder `build` beside it."""
+        folder = self.work / build
+        self.run_in(self.work, "cmake", "-S", source, "-B", folder, "-G", generator,
+                    f"-DCMAKE_PREFIX_PATH={self.prefix}", f"-DCMAKE_CXX_COMPILER={COMPILER}",
+                    f"-DCMAKE_CXX_FLAGS={FLAGS}", f"-DCMAKE_C_FLAGS={FLAGS}", *settings, **environment)
+        self.run_in(self.work, "cmake", "--build", folder, **environment)
+        return folder
+
+    def use_the_demo(self, program):
+        for old in self.work.glob("demo.log*"):
+            old.unlink()
+        out = self.run_in(self.work, program, "-c", "runtime-demo/demo.conf", "-n", 7,
+                          "-D", "acktimeout=1000", "hello", "world")
+        self.assertEqual(out, DEMO_OUTPUT)
+        self.assertRegex((self.work / "demo.log7").read_text(),
+                         r"\An:7 DEMO p:\d+ operand hello\nn:7 DEMO p:\d+ operand world\n\Z")
+
+    def test_example_in_cxx(self):
+        release = "-DCMAKE_BUILD_TYPE=Release"
+        epoch = {"SOURCE_DATE_EPOCH": "1700000000"}
+        one, two = (self.build("runtime-demo", name, release, **epoch) / "runtime_demo"
+                    for name in ("one", "two"))
+        first = one.read_bytes()
+        if not FLAGS:  # sanitizers write the path of every source into the program
+            self.assertEqual(first, two.read_bytes(), "two builds with one SOURCE_DATE_EPOCH differ")
+        self.use_the_demo(one)
+        version = self.run_in(self.work, one, "-V")
+        self.assertTrue(version.startswith("\nMox Database Server 1.0 Runtime demonstration\n"))
+        self.assertRegex(version, r"link_time   : 2023-11-14 22:13:20 UTC\n"
+                                  r"link_command: \S+ .*main\.cc\.o .*libmox_runtime\.a.*\n")
+        # Without a change nothing is linked again; with one the link time is that of the link.
+        self.run_in(self.work, "cmake", "--build", "one")
+        self.assertEqual(one.read_bytes(), first)
+        with open(self.work / "runtime-demo/main.cc", "a", encoding="utf-8") as source:
+            source.write("// changed\n")
+        self.run_in(self.work, "cmake", "--build", "one")
+        self.assertNotIn("2023-11-14", self.run_in(self.work, one, "-V"))
+
+    def test_reader_that_goes_away_leaves_the_demo_alive(self):
+        demo = self.build("runtime-demo", "reader") / "runtime_demo"
+        reading, writing = os.pipe()
+        os.close(reading)
+        done = subprocess.run([demo, "-D", "nodes=x"], stdout=writing, stderr=writing, check=False)
+        os.close(writing)
+        self.assertEqual(done.returncode, 1)
+
+    def test_example_in_c(self):
+        for generator in ("Ninja", "Unix Makefiles"):
+            with self.subTest(generator):
+                build = self.build("runtime-demo-c", generator, generator=generator)
+                out = self.run_in(self.work, build / "runtime_demo_c", "runtime-demo/demo.conf")
+                self.assertRegex(out, r"\Aacktimeout = 900\nlogfile = demo.log\nlinked 20.* UTC\n\Z")
+
+    @unittest.skipUnless(shutil.which("pkg-config"), "skipped: pkg-config is not installed")
+    def test_examples_by_pkg_config(self):
+        folder, = self.prefix.glob("lib/**/pkgconfig")
+        for name, arguments in (("runtime-demo", [f"CXX={COMPILER}", f"CXXFLAGS={FLAGS}"]),
+                                ("runtime-demo-c", [f"CFLAGS={FLAGS}", f"LDFLAGS={FLAGS}"])):
+            self.run_in(self.work / name, "make", *arguments, PKG_CONFIG_PATH=str(folder))
+        self.use_the_demo(self.work / "runtime-demo/runtime_demo")
+        out = self.run_in(self.work, "runtime-demo-c/runtime_demo_c")
+        self.assertEqual(out, "acktimeout = 500\nlogfile = none\n")
+
+    def test_first_lines_of_a_program_are_as_the_page_shows_them(self):
+        text = (SOURCES / "man/mox_runtime.7").read_text()
+        main, cmake = re.findall(r"^\.Bd -literal\n(.*?)^\.Ed$", text, re.M | re.S)[:2]
+        source = self.project("page", "project(page LANGUAGES C CXX)\n"
+                                      "find_package(Threads REQUIRED)\n" + cmake, main_cc=main)
+        program = self.build(source, "page-build") / "myprog"
+        log = self.work / "page.log"
+        self.run_in(self.work, program, "-D", f"logfile={log}", "-D", "historytime=0")
+        self.assertRegex(log.read_text(), r"\AMYPROG p:\d+ started\n\Z")
+
+    @unittest.skipUnless(shutil.which("logrotate", path="/usr/sbin:/usr/bin"),
+                         "skipped: logrotate is not installed")
+    def test_program_follows_a_rotation_by_the_example(self):
+        source = self.project(
+            "rotating", "project(rotating LANGUAGES CXX)\nfind_package(mox REQUIRED)\n"
+                        "mox_program(rotating main.cc)",
+            main_cc='#include <iostream>\n#include <string>\n#include "mox/common/logger.h"\n'
+                    'int main(int, char** argv) {\n  logmsg.setFileNameAll(argv[1]);\n'
+                    '  for (std::string line; std::getline(std::cin, line);) {\n'
+                    '    logLine(LEVEL_INF, line);\n    std::cout << "logged" << std::endl;\n  }\n}\n')
+        program = self.build(source, "rotating-build") / "rotating"
+        logs = self.work / "logs"
+        logs.mkdir(mode=0o755)
+        rules = self.work / "rules"
+        rules.write_text((SOURCES / "examples/logrotate/mox").read_text()
+                         .replace("/var/log/mox", str(logs)))
+        rules.chmod(0o644)
+        with subprocess.Popen([program, logs / "a.log"], text=True, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as process:
+            def say(word):
+                process.stdin.write(word + "\n")
+                process.stdin.flush()
+                self.assertEqual(process.stdout.readline(), "logged\n")
+
+            say("first")
+            self.run_in(self.work, "logrotate", "--force", "--state", self.work / "state", rules,
+                        PATH="/usr/sbin:" + os.environ["PATH"])
+            say("second")
+            process.stdin.close()
+        self.assertIn("first", (logs / "a.log.1").read_text())
+        self.assertIn("second", (logs / "a.log").read_text())
+
+    def test_headers_stand_alone_beside_folders_of_the_same_names(self):
+        headers = sorted(path.relative_to(self.include).as_posix()
+                         for path in self.include.rglob("*.h"))
+        self.assertTrue(all(header.startswith("mox/") for header in headers))
+        own = self.work / "own"
+        for header in headers:
+            trap = own / header.removeprefix("mox/")
+            trap.parent.mkdir(parents=True, exist_ok=True)
+            trap.write_text("#error this is the header of the project\n")
+            (own / (header.replace("/", "_") + ".cc")).write_text(f'#include "{header}"\n')
+        self.run_in(own, COMPILER, "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic",
+                    "-Werror", "-I", own, "-I", self.include, *sorted(own.glob("*.cc")))
+        (own / "all.c").write_text('#include "mox/common/cvariables.h"\n'
+                                   '#include "mox/common/buildinfo.h"\n')
+        self.run_in(own, "cc", "-std=c99", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic",
+                    "-Werror", "-I", own, "-I", self.include, "all.c")
+        for hidden in ("safeopen.h", "fieldreader.h", "quietwrite.h"):
+            self.assertNotIn("mox/common/" + hidden, headers)
+
+    def test_program_is_a_target_like_any_other(self):
+        source = self.project(
+            "ordinary",
+            """project(ordinary LANGUAGES C CXX)
+            find_package(Threads REQUIRED)
+            find_package(mox REQUIRED)
+            add_library(part STATIC part.cc)
+            mox_program(ordinary main.cc header.h LIBRARIES part Threads::Threads m)
+            target_include_directories(ordinary PRIVATE inner)
+            target_compile_definitions(ordinary PRIVATE ANSWER=42)""",
+            main_cc='#include <cstdio>\n#include <thread>\n#include "header.h"\n#include "value.h"\n'
+                    '#include "mox/common/buildinfo.h"\nint part();\n'
+                    'int main() {\n  std::thread([] {}).join();\n'
+                    '  std::printf("%d %d %d\\n%s\\n", ANSWER, value, part(), build_link_time);\n}\n',
+            header_h="#pragma once\n", inner__value_h="constexpr int value = 7;\n",
+            part_cc="int part() { return 1; }\n")
+        build = self.build(source, "multi", "-DCMAKE_BUILD_TYPE=", generator="Ninja Multi-Config")
+        out = self.run_in(self.work, build / "Debug/ordinary")
+        self.assertRegex(out, r"\A42 7 1\n20[^\n]* UTC\n\Z")
+        # A change of a library that is linked is a new link.
+        before = (build / "Debug/ordinary").read_bytes()
+        (source / "part.cc").write_text("int part() { return 2; }\n")
+        self.run_in(self.work, "cmake", "--build", build)
+        self.assertNotEqual((build / "Debug/ordinary").read_bytes(), before)
+
+    @unittest.skipIf(FLAGS, "skipped: the sanitizers have hardening of their own")
+    def test_programs_are_hardened(self):
+        source = self.project(
+            "hard", "project(hard LANGUAGES CXX)\nfind_package(mox REQUIRED)\n"
+                    "mox_program(hard main.cc)",
+            main_cc="#include <cstring>\n#include <vector>\nint main(int argc, char** argv) {\n"
+                    "  std::vector<int> none;\n  char text[8];\n  std::strcpy(text, argv[0]);\n"
+                    "  return argc == 9 ? none[static_cast<unsigned>(argc)] : text[0] == 0;\n}\n")
+        build = self.build(source, "hard-build", "-DCMAKE_BUILD_TYPE=Release",
+                           "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON")
+        command = (build / "compile_commands.json").read_text()
+        for flag in ("-fstack-protector-strong", "-fstack-clash-protection", "-D_GLIBCXX_ASSERTIONS",
+                     "-D_FORTIFY_SOURCE=3", "-fPIE"):
+            self.assertIn(flag, command)
+        program = self.run_in(build, "readelf", "-hdW", "hard")
+        self.assertRegex(program, r"Type: +DYN")
+        self.assertIn("BIND_NOW", program)
+        self.assertIn("__strcpy_chk", self.run_in(build, "readelf", "--dyn-syms", "-W", "hard"))
+
+    def test_any_name_of_a_builder_is_a_literal_of_c(self):
+        template = self.work / "template"
+        template.write_text('#include <stdio.h>\nint main(void) { puts("@BUILDER@"); }\n')
+        for name in ("CORP\\ursula", 'a "b" c', "plain"):
+            with self.subTest(name):
+                self.run_in(self.work, "cmake", f"-DBUILDER={name}", "-DOUTPUT=name.c",
+                            f"-DTEMPLATE={template}", "-P", SOURCES / "cmake/WriteBuildInfo.cmake")
+                self.run_in(self.work, "cc", "name.c", "-o", "name")
+                self.assertEqual(self.run_in(self.work, "./name"), name + "\n")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
