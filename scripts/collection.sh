@@ -21,4 +21,4 @@ git init -q . # whose files ansible-test and ansible-lint look at
 ansible-test sanity --color no 2>&1 | grep -v '^Running\|^WARNING: Skipping'
 ansible-lint --offline --nocolor
 yamllint --strict .
-PYTHONPATH=$ANSIBLE_COLLECTIONS_PATH python3 -m pytest -q -p no:cacheprovider tests/unit
+python3 -m pytest -q -p no:cacheprovider tests/unit

@@ -17,7 +17,7 @@ from ansible_test._internal.commands.sanity import hash_pip_commands  # noqa: E4
 from ansible_test._internal.host_configs import VirtualPythonConfig  # noqa: E402
 from ansible_test._internal.python_requirements import collect_requirements  # noqa: E402
 
-TESTS = ["ansible-doc", "import", "pep8", "pylint", "runtime-metadata", "validate-modules", "yamllint", None]
+TESTS = ["ansible-doc", "import", "import.plugin", "pep8", "pylint", "runtime-metadata", "validate-modules", "yamllint", None]
 
 
 def prepare(test, minimize):

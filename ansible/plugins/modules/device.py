@@ -88,7 +88,7 @@ import os
 import re
 
 from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.mox.resources.plugins.module_utils import program
+from ansible_collections.mox.resources.plugins.module_utils import report as reports
 
 DATA_OFFSET = 12288  # of data block 0
 MEGABYTE = 1048576
@@ -104,7 +104,11 @@ def look(module):
     megabytes = -(-wanted_bytes(params) // MEGABYTE)
     # The node is there because a description needs one: only its device is looked at.
     text = f'check node-0: ipcbase=1, device-0.path="{params["path"]}", device-0.size={megabytes}\n'
-    report = program.Program(module, {"text": text}).run("plan")[1]
+    words = [module.get_bin_path("mox_node", required=True), "plan", "--output", "json", "--file", "-"]
+    status, out, err = module.run_command(words, data=text, binary_data=True, environ_update={"LC_ALL": "C"})
+    report = reports.parse(out) or {"error": err.strip() or f"no report, status {status}"}
+    if "error" in report:
+        module.fail_json(msg=f"{params['path']}: {report['error']}", rc=status)
     return report["nodes"][0]["devices"][0], report["space"]
 
 

@@ -1,6 +1,7 @@
 #!/usr/bin/python
 # Copyright: (c) 2026, The Mox Authors
 """Makes database nodes present or absent on a host."""
+# The work is done by the action of the same name.
 
 DOCUMENTATION = r"""
 ---
@@ -9,7 +10,7 @@ short_description: Resources of database nodes, present or absent
 version_added: 1.0.0
 description:
   - Makes the System V shared memory segments and the semaphore set of database nodes, or removes
-    them, by C(mox_node) of the package C(mox-resources).
+    them, by C(mox_node) of the package C(mox-resources). The host needs no Python.
   - Nothing is ever taken over or removed that is not what the description says. What cannot be told
     is a failure. The failure message is the program's own reason.
 options:
@@ -129,72 +130,3 @@ report:
   returned: failure
   type: dict
 """
-
-from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.mox.resources.plugins.module_utils import program
-
-
-def changes_to_present(node_program, options):
-    """Whether anything is to be made, with the report before; fails where `up` would."""
-    status, plan = node_program.run("plan", *options)
-    if status != program.OK:
-        node_program.fail("plan", status, plan)
-    return any(node["plan"] in ("create", "repair") for node in plan["nodes"]), plan
-
-
-def changes_to_absent(node_program, wait):
-    """Whether anything is to be removed, with the report before; fails where `down` would."""
-    status, now = node_program.run("status")
-    if status in (program.TROUBLE, program.CONFLICT):
-        node_program.fail("status", status, now)
-    in_use = [node for node in now["nodes"] if node["attached"]]
-    if in_use and not wait:
-        now["nodes"] = [dict(node, reason=f"in use, attached={node['attached']}") for node in in_use]
-        node_program.fail("down", program.IN_USE, now)
-    return any(node["state"] != "absent" for node in now["nodes"]), now
-
-
-def main():
-    module = AnsibleModule(
-        argument_spec=dict(
-            program.DESCRIPTION_OPTIONS,
-            state={"type": "str", "choices": ["present", "absent"], "default": "present"},
-            repair={"type": "bool", "default": False},
-            wait={"type": "int", "default": 0},
-            user={"type": "str"},
-        ),
-        mutually_exclusive=[program.DESCRIPTION_CHOICE],
-        required_one_of=[program.DESCRIPTION_CHOICE],
-        supports_check_mode=True,
-    )
-    wanted = module.params["state"]
-    if module.params["wait"] < 0:
-        module.fail_json(msg="wait takes no seconds below 0")
-    node_program = program.Program(module, program.description_of(module.params))
-    if wanted == "present":
-        verb, options = "up", ["--repair"] if module.params["repair"] else []
-        changed, before = changes_to_present(node_program, options)
-    else:
-        verb, options = "down", ["--wait", str(module.params["wait"])]
-        changed, before = changes_to_absent(node_program, module.params["wait"])
-
-    after = program.predicted(before, wanted)
-    if changed and not module.check_mode:
-        status, done = node_program.run(verb, *options)
-        if status != program.OK:
-            node_program.fail(verb, status, done)
-        changed = done["changed"]
-        status, after = node_program.run("status")
-        if any(node["state"] != wanted for node in after["nodes"]):
-            node_program.fail("status", status, dict(after, error=f"not {wanted} after mox_node {verb}"))
-    module.exit_json(
-        changed=changed,
-        before=before["state"],
-        state=wanted,
-        nodes=after["nodes"],
-        diff={"before": program.lines_of(before), "after": program.lines_of(after)},
-    )
-
-
-if __name__ == "__main__":
-    main()

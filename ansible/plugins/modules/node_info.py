@@ -1,6 +1,7 @@
 #!/usr/bin/python
 # Copyright: (c) 2026, The Mox Authors
 """Tells what stands of database nodes on a host."""
+# The work is done by the action of the same name.
 
 DOCUMENTATION = r"""
 ---
@@ -92,23 +93,3 @@ report:
   returned: failure
   type: dict
 """
-
-from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.mox.resources.plugins.module_utils import program
-
-
-def main():
-    module = AnsibleModule(
-        argument_spec=dict(program.DESCRIPTION_OPTIONS, user={"type": "str"}),
-        mutually_exclusive=[program.DESCRIPTION_CHOICE],
-        supports_check_mode=True,
-    )
-    node_program = program.Program(module, program.description_of(module.params))
-    status, report = node_program.run("status")
-    if status == program.TROUBLE:
-        node_program.fail("status", status, report)
-    module.exit_json(changed=False, state=report["state"], nodes=report["nodes"])
-
-
-if __name__ == "__main__":
-    main()

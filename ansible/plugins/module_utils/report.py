@@ -1,5 +1,5 @@
 # Copyright: (c) 2026, The Mox Authors
-"""How the modules call mox_node and read what it says."""
+"""What a report of mox_node says, and the description that it is asked about."""
 
 import json
 
@@ -33,6 +33,15 @@ def command_of(nodes):
         sizes = [f"{name}={value}" for name, value in node.items() if name != "node" and value is not None]
         text += f"\nnode-{node['node']}: " + ", ".join(sizes)
     return text + "\n"
+
+
+def parse(text):
+    """The report in a line that mox_node printed, or None."""
+    try:
+        report = json.loads(text)
+    except ValueError:
+        return None
+    return report if isinstance(report, dict) else None
 
 
 def reason(report):
@@ -71,49 +80,3 @@ def predicted(report, state):
             thing["state"] = state
             thing["size"] = thing["wanted"] if state == "present" else None
     return after
-
-
-class Program:
-    """mox_node on this host, asked about one description."""
-
-    def __init__(self, module, description):
-        self.module = module
-        self.path = module.get_bin_path("mox_node", required=True)
-        self.description = description
-        self.user = module.params.get("user")
-
-    def run(self, verb, *options):
-        """Runs a verb: its status and its report. Fails the module when there is no report to judge by."""
-        words = [self.path, verb, "--output", "json", *options]
-        if self.user is not None:
-            words += ["--user", self.user]
-        data = None
-        if self.description is None:
-            words.append("--all")
-        elif "src" in self.description:
-            words += ["--file", self.description["src"]]
-        else:
-            words += ["--file", "-"]
-            data = self.description["text"]
-        status, out, err = self.module.run_command(words, data=data, binary_data=True, environ_update={"LC_ALL": "C"})
-        try:
-            report = json.loads(out)
-        except ValueError:
-            report = {"error": err.strip() or f"no report, status {status}"}
-        if "error" in report:
-            self.fail(verb, status, report)
-        return status, report
-
-    def fail(self, verb, status, report):
-        self.module.fail_json(
-            msg=reason(report) or f"mox_node {verb} ended with status {status}", rc=status, report=report
-        )
-
-
-def description_of(params):
-    """The description as Program takes it, or None."""
-    if params["src"] is not None:
-        return {"src": params["src"]}
-    if params["nodes"] is not None:
-        return {"text": command_of(params["nodes"])}
-    return None if params["command"] is None else {"text": params["command"]}
