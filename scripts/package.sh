@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
-need cmake debhelper g++ git lintian ninja-build
+folder=build/package
 
 # build_in FOLDER: packages FOLDER/*.deb from a copy of the sources in it.
 build_in() {
@@ -16,7 +16,22 @@ build_in() {
     { tail -n 40 "$1/log" >&2; exit 1; }
 }
 
-folder=build/package
+# Inside the laboratory: the package on its first host, and its tests there.
+test_on_host() {
+  local test host=(ssh -F "$MOX_LAB/ssh_config" h1)
+  local package=("$folder"/mox-resources_*.deb)
+  tar -c -C "$folder" "${package##*/}" -C "$PWD" debian/tests |
+    "${host[@]}" 'tar -x && dpkg -i ./*.deb' >/dev/null
+  for test in $(sed -n 's/^Tests: //; T; s/,//g; p' debian/tests/control); do
+    # shellcheck disable=SC2029
+    "${host[@]}" "DEB=\$(echo ~/*.deb) debian/tests/$test"
+    echo "passed: $test"
+  done
+  "${host[@]}" 'cat node1.prom' | promtool check metrics
+}
+[ "${1:-}" = inside ] && { test_on_host; exit; }
+
+need cmake debhelper g++ git lintian ninja-build prometheus
 build_in "$folder"
 lintian --allow-root --fail-on error,warning "$folder"/*.changes
 [ "${1:-}" = check ] || exit 0
@@ -28,5 +43,7 @@ for package in "$folder"/*.deb; do
 done
 rm -rf "$folder/second"
 
-echo "== installed, used and removed"
-scripts/hosts.sh 1 debian/tests/run "$folder"
+echo "== installed, used, upgraded and removed on a host that boots"
+scripts/hosts.sh 1 "$0" inside
+echo "== the alert rules"
+promtool check rules examples/prometheus/mox-alerts.yml
