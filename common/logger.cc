@@ -219,9 +219,12 @@ void LogMsg::writeOut(bool to_system_log) {
   LogMethod& method = *target->method;
   if (method.kind() == LogMethod::NOWHERE) return;
 
+  const bool to_both = to_system_log && isSystemLogged(state_->message.level);
   method.flushFile();
-  method.write(state_->message.text);
-  if (to_system_log && getOSloglev(state_->message.level) != not_logged) {
+  if (!(to_both && method.kind() == LogMethod::TO_STDERR && systemLogHoldsStandardError())) {
+    method.write(state_->message.text);
+  }
+  if (to_both) {
     Status status;
     logSysEvent(state_->message.level, state_->message.text.c_str(), status);
   }

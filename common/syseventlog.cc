@@ -1,7 +1,12 @@
 #include "common/syseventlog.h"
 
+#include <paths.h>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "common/base/eternal.h"
@@ -83,16 +88,27 @@ bool findSyslogFacility(const std::string& name, int& facility) {
   return find(facilities, name, facility);
 }
 
+bool isSystemLogged(LogLevel level) {
+  return getOSloglev(level) != not_logged && current_facility != not_logged;
+}
+
+bool systemLogHoldsStandardError() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat now {};
+  return stream != nullptr && fstat(STDERR_FILENO, &now) == 0 &&
+         stream == std::to_string(now.st_dev) + ':' + std::to_string(now.st_ino) &&
+         access(_PATH_LOG, W_OK) == 0;
+}
+
 void logSysEvent(LogLevel level, const char* text, Status& status) {
   initStatus_s(&status);
-  const int priority = getOSloglev(level);
-  if (priority == not_logged || current_facility == not_logged) return;
+  if (!isSystemLogged(level)) return;
 
   std::string_view line = text;
   if (line.ends_with('\n')) line.remove_suffix(1);
   const SlowWatch watch;
   openlog(currentIdent().c_str(), LOG_PID, LOG_USER);
-  syslog(current_facility | priority, "%.*s", static_cast<int>(line.size()), line.data());
+  syslog(current_facility | getOSloglev(level), "%.*s", static_cast<int>(line.size()), line.data());
   const std::string complaint = watch.complaint("Event reporting");
   if (!complaint.empty()) printLogTrouble(complaint);
 }

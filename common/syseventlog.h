@@ -26,6 +26,12 @@ void setSyslogIdent(const std::string& ident);
 bool findOSloglev(const std::string& name, int& priority);
 bool findSyslogFacility(const std::string& name, int& facility);
 
+// Whether logSysEvent hands lines of the level over.
+bool isSystemLogged(LogLevel level);
+// Whether standard error ends in the journal that the system log feeds too, as systemd sets it up
+// for a service: a line written to both would stand there twice, once without its priority.
+bool systemLogHoldsStandardError();
+
 // Writes one line to the system log at the priority of the level, or nothing when there is none or
 // system logging is off. The status is cleared: the system log does not tell failures.
 void logSysEvent(LogLevel level, const char* text, Status& status);

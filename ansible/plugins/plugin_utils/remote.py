@@ -1,0 +1,76 @@
+# Copyright: (c) 2026, The Mox Authors
+"""Runs mox_node on a host by its shell alone: no Python there, one call for all verbs of a task."""
+
+import shlex
+
+from ansible.errors import AnsibleActionFail
+from ansible.plugins.action import ActionBase
+from ansible_collections.mox.resources.plugins.module_utils import report as reports
+
+# ask VERB OPTIONS...: prints the report, then on a line of its own the status, which it returns too.
+SCRIPT = """
+LC_ALL=C
+export LC_ALL
+ask() {{
+  report=$(printf %s {text} | mox_node "$@" --output json {options})
+  status=$?
+  printf '%s\\n%s\\n' "$report" "$status"
+  return $status
+}}
+{steps}
+"""
+
+
+class Refused(Exception):
+    """The program did not do what it was asked for: its status and its report, which tells why."""
+
+    def __init__(self, verb, status, report):
+        super().__init__(reports.reason(report) or f"mox_node {verb} ended with status {status}")
+        self.result = {"failed": True, "msg": str(self), "rc": status, "report": report}
+
+
+class MoxAction(ActionBase):
+    _supports_async = False
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        try:
+            result.update(self.act())
+        except Refused as refused:
+            result.update(refused.result)
+        return result
+
+    def act(self):
+        """Does the task: its result, or Refused."""
+        raise NotImplementedError
+
+    def arguments(self, spec, **rules):
+        spec = dict(reports.DESCRIPTION_OPTIONS, user={"type": "str"}, **spec)
+        rules["mutually_exclusive"] = [reports.DESCRIPTION_CHOICE]
+        return self.validate_argument_spec(spec, **rules)[1]
+
+    def ask(self, args, steps):
+        """Runs the steps, lines of shell that call `ask`: the status and report of each verb asked."""
+        text = args["command"]
+        options = ["--file", args["src"] or "-"]
+        if args["nodes"] is not None:
+            text = reports.command_of(args["nodes"])
+        elif text is None and args["src"] is None:
+            options = ["--all"]
+        if args["user"] is not None:
+            options += ["--user", args["user"]]
+        script = SCRIPT.format(text=shlex.quote(text or ""), options=shlex.join(options), steps=steps)
+        shell = f"{self._compute_environment_string()} /bin/sh -s".lstrip()
+        # By standard input, as a script has no limit there, and no terminal mixes what it prints.
+        said = self._low_level_execute_command(shell, in_data=script.encode(errors="surrogateescape"))
+        lines = said["stdout"].splitlines()
+        answers = [(int(status), reports.parse(line)) for line, status in zip(lines[::2], lines[1::2])]
+        if not answers:
+            raise AnsibleActionFail(f"no answer from the host: {said['stderr'].strip()}")
+        status, last = answers[-1]
+        if last is None:
+            last = {"error": said["stderr"].strip() or f"no report, status {status}"}
+            answers[-1] = (status, last)
+        if "error" in last:
+            raise Refused("", status, last)
+        return answers

@@ -1,0 +1,124 @@
+import pytest
+from ansible_collections.mox.resources.plugins.action import node, node_info
+
+NODES = [{"node": 1, "ipcbase": 5000, "databuf": 4096}]
+
+
+def report(state, attached=0, plan=None, **more):
+    """A node in that state, without its semaphores where it is partial."""
+    def thing(there, size):
+        return {"state": "present" if there else "absent", "wanted": size, "size": size if there else None}
+
+    one = {
+        "node": 1, "ipcbase": 5000, "state": state, "attached": attached, "reason": more.pop("reason", None), "plan": plan,
+        "segments": [dict(thing(state in ("present", "partial"), 4096), buffer="databuf", key=5001)],
+        "semaphores": dict(thing(state == "present", 8), key=5005),
+    }
+    return dict({"state": state, "changed": False, "limits": [], "nodes": [one]}, **more)
+
+
+def said(status, text, err=""):
+    return (status, text, err)
+
+
+PRESENT, ABSENT = report("present", plan="nothing"), report("absent", plan="create")
+MADE = dict(report("present"), changed=True)
+GONE = dict(report("absent"), changed=True)
+LIMIT = {"name": "shmmni", "limit": 4096, "in_use": 4095, "needed": 2, "fits": False}
+
+# State asked for, options, what the program says, whether that is a change, and the verbs of a run.
+SUCCESSES = [
+    ("present", {}, {"plan": [said(0, PRESENT)]}, False, ["plan"]),
+    ("present", {}, {"plan": [said(0, ABSENT)], "up": [said(0, MADE)], "status": [said(0, PRESENT)]},
+     True, ["plan", "up", "status"]),
+    ("present", {"repair": True},
+     {"plan": [said(0, report("partial", plan="repair"))], "up": [said(0, MADE)], "status": [said(0, PRESENT)]},
+     True, ["plan --repair", "up --repair", "status"]),
+    ("absent", {}, {"status": [said(2, ABSENT)]}, False, ["status"]),
+    ("absent", {}, {"status": [said(0, PRESENT), said(2, ABSENT)], "down": [said(0, GONE)]},
+     True, ["status", "down --wait 0", "status"]),
+    ("absent", {}, {"status": [said(3, report("partial")), said(2, ABSENT)], "down": [said(0, GONE)]},
+     True, ["status", "down --wait 0", "status"]),
+    ("absent", {"wait": 9}, {"status": [said(0, report("present", attached=2)), said(2, ABSENT)], "down": [said(0, GONE)]},
+     True, ["status", "down --wait 9", "status"]),
+]
+
+
+def verbs(asked):
+    return [" ".join(word for word in words if word not in ("--output", "json", "--file", "-")) for words, text in asked]
+
+
+@pytest.mark.parametrize("state, options, answers, changed, used", SUCCESSES)
+def test_run_does_what_check_mode_predicts(bench, state, options, answers, changed, used):
+    params = dict(options, state=state, nodes=NODES)
+    predicted, asked = bench.act(node, params, answers, check=True)
+    assert verbs(asked) == used[:1]
+    done, asked = bench.act(node, params, answers)
+    assert verbs(asked) == used
+    del predicted["nodes"], done["nodes"]  # with all that nobody can know beforehand
+    assert predicted == done
+    assert (done["failed"], done["changed"], done["state"]) == (False, changed, state)
+    assert (done["diff"]["before"] != done["diff"]["after"]) == changed
+
+
+# State asked for, what the program says, the whole message; the program is asked no second time.
+FAILURES = [
+    ("present", {"plan": [said(1, report("unknown", reason="shmget: not permitted"))]}, "node-1: shmget: not permitted"),
+    ("present", {"plan": [said(3, report("partial", plan="refuse", reason="databuf is lost"))]}, "node-1: databuf is lost"),
+    ("present", {"plan": [said(4, report("conflict", plan="refuse", reason="key 5001: 8192 bytes"))]},
+     "node-1: key 5001: 8192 bytes"),
+    ("present", {"plan": [said(6, report("absent", plan="create", limits=[LIMIT]))]},
+     "shmmni does not suffice: 2 needed, 4095 in use, limit 4096"),
+    ("present", {"plan": [said(1, {"version": 1, "verb": "plan", "error": "syntax error"})]}, "syntax error"),
+    ("present", {"plan": [said(1, "", "out of memory\n")]}, "out of memory"),
+    ("present", {"plan": [said(139, "")]}, "no report, status 139"),
+    ("absent", {"status": [said(1, "killed")]}, "no report, status 1"),
+    ("absent", {"status": [said(1, report("unknown", reason="no answer"))]}, "node-1: no answer"),
+    ("absent", {"status": [said(4, report("conflict", reason="owner root"))]}, "node-1: owner root"),
+]
+
+
+@pytest.mark.parametrize("check", [False, True])
+@pytest.mark.parametrize("state, answers, message", FAILURES)
+def test_refusals_touch_nothing_and_give_the_reason(bench, state, answers, message, check):
+    result, asked = bench.act(node, {"state": state, "nodes": NODES}, answers, check)
+    assert (result["failed"], result["msg"], len(asked)) == (True, message, 1)
+
+
+def test_nodes_in_use_stay(bench):
+    used = report("present", attached=2)
+    answers = {"status": [said(0, used)], "down": [said(5, report("present", reason="databuf is attached"))]}
+    params = {"state": "absent", "nodes": NODES}
+    assert bench.act(node, params, answers, check=True)[0]["msg"] == "node-1: in use, attached=2"
+    result, asked = bench.act(node, params, answers)
+    assert (result["msg"], verbs(asked)) == ("node-1: databuf is attached", ["status", "down --wait 0"])
+
+
+def test_failure_on_the_way_is_told(bench):
+    answers = {"plan": [said(0, ABSENT)], "up": [said(1, {"error": "interrupted"})]}
+    assert bench.act(node, {"nodes": NODES}, answers)[0]["msg"] == "interrupted"
+    answers = {"plan": [said(0, ABSENT)], "up": [said(0, MADE)], "status": [said(3, report("partial"))]}
+    assert bench.act(node, {"nodes": NODES}, answers)[0]["msg"] == "not present after mox_node up"
+
+
+def test_another_controller_was_faster(bench):
+    answers = {"plan": [said(0, ABSENT)], "up": [said(0, PRESENT)], "status": [said(0, PRESENT)]}
+    assert bench.act(node, {"nodes": NODES}, answers)[0]["changed"] is False
+
+
+def test_description_reaches_the_program(bench):
+    answers = {"plan": [said(0, PRESENT)]}
+    for params, options, text in (
+        ({"nodes": NODES + [{"node": 2, "ipcbase": 6000, "evbuf": 0}]}, ["--file", "-"],
+         "create\nnode-1: ipcbase=5000, databuf=4096\nnode-2: ipcbase=6000, evbuf=0\n"),
+        ({"command": "create node-1: ipcbase=1", "user": "mox"}, ["--file", "-", "--user", "mox"], "create node-1: ipcbase=1"),
+        ({"src": "/etc/mox/n.cmd"}, ["--file", "/etc/mox/n.cmd"], None),
+    ):
+        assert bench.act(node, params, answers)[1] == [[["plan", "--output", "json"] + options, text]]
+
+
+def test_info_tells_what_stands_and_never_guesses(bench):
+    result, asked = bench.act(node_info, {}, {"status": [said(3, report("partial"))]})
+    assert (result["state"], verbs(asked)) == ("partial", ["status --all"])
+    result = bench.act(node_info, {"nodes": NODES}, {"status": [said(1, report("unknown", reason="refused"))]})[0]
+    assert (result["failed"], result["msg"]) == (True, "node-1: refused")

@@ -1,0 +1,87 @@
+"""Runs a module beside programs that say what a test tells them to, and note what they were asked."""
+
+import json
+import os
+import stat
+import subprocess
+from unittest import mock
+
+import pytest
+from ansible.module_utils import basic
+from ansible.module_utils.common.text.converters import to_bytes
+from ansible.plugins import loader  # noqa: F401 pylint: disable=unused-import; finds collections from now on
+
+# Prints the answer for its verb and ends with the status there; the last answer of a verb repeats.
+PROGRAM = """#!/usr/bin/python3
+import json, pathlib, sys
+home = pathlib.Path({home!r})
+name = sys.argv[1] if {verbs} else "devinit"
+answers = json.loads((home / "answers").read_text())
+with open(home / "asked", "a") as asked:
+    asked.write(json.dumps([sys.argv[1:], sys.stdin.read() if "-" in sys.argv else None]) + "\\n")
+status, out, err = answers[name][0] if len(answers[name]) == 1 else answers[name].pop(0)
+(home / "answers").write_text(json.dumps(answers))
+sys.stdout.write(out)
+sys.stderr.write(err)
+sys.exit(status)
+"""
+
+
+class Ended(Exception):
+    """A module ended, with this result."""
+
+
+class Bench:
+    def __init__(self, folder, monkeypatch):
+        self.folder = folder
+        self.monkeypatch = monkeypatch
+        for name, verbs in (("mox_node", True), ("devinit", False)):
+            path = folder / name
+            path.write_text(PROGRAM.format(home=str(folder), verbs=verbs))
+            path.chmod(path.stat().st_mode | stat.S_IXUSR)
+        monkeypatch.setenv("PATH", f"{folder}:{os.environ['PATH']}")
+        monkeypatch.setattr(basic.AnsibleModule, "exit_json", lambda _module, **result: self.end(False, result))
+        monkeypatch.setattr(basic.AnsibleModule, "fail_json", lambda _module, **result: self.end(True, result))
+
+    @staticmethod
+    def end(failed, result):
+        raise Ended(dict(result, failed=failed))
+
+    def answer(self, answers):
+        """The programs will answer so: to each verb in turn, the last answer for ever."""
+        texts = {verb: [(status, out if isinstance(out, str) else json.dumps(out, separators=(",", ":")), err)
+                        for status, out, err in said] for verb, said in answers.items()}
+        (self.folder / "answers").write_text(json.dumps(texts))
+        (self.folder / "asked").write_text("")
+
+    def asked(self):
+        """The words and the standard input of each call."""
+        return [json.loads(line) for line in (self.folder / "asked").read_text().splitlines()]
+
+    def run(self, module, params, answers, check=False):
+        """The result of a module, and the calls that it made."""
+        self.answer(answers)
+        args = json.dumps({"ANSIBLE_MODULE_ARGS": dict(params, _ansible_check_mode=check)})
+        self.monkeypatch.setattr(basic, "_ANSIBLE_ARGS", to_bytes(args))
+        with pytest.raises(Ended) as ended:
+            module.main()
+        return ended.value.args[0], self.asked()
+
+    def act(self, action, params, answers, check=False):
+        """The result of an action, whose script the shell of this machine runs, and the calls that it made."""
+        self.answer(answers)
+        task = mock.MagicMock(args=params, check_mode=check, async_val=0, environment=[{}])
+        instance = action.ActionModule(task, mock.MagicMock(), mock.MagicMock(check_mode=check), None, None, None)
+        self.monkeypatch.setattr(instance, "_compute_environment_string", lambda: "", raising=True)
+        self.monkeypatch.setattr(instance, "_low_level_execute_command", self.shell)
+        return dict({"failed": False}, **instance.run(task_vars={})), self.asked()
+
+    @staticmethod
+    def shell(command, in_data):
+        done = subprocess.run(["/bin/sh", "-c", command], input=in_data, capture_output=True, check=False)
+        return {"stdout": done.stdout.decode(), "stderr": done.stderr.decode()}
+
+
+@pytest.fixture
+def bench(tmp_path, monkeypatch):
+    return Bench(tmp_path, monkeypatch)

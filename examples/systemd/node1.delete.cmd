@@ -1,2 +1,0 @@
-delete
-node-1: ipcbase=5000

@@ -1,2 +1,0 @@
-delete
-node-2: ipcbase=5100
