@@ -62,30 +62,38 @@ void log_from_many_processes(const std::string& file) {
   }
 }
 
-int torn_messages(const std::string& text) {
+struct Messages {
+  int lines = 0;
+  int torn = 0;
+};
+
+// Leaves out what the logger adds by itself, a message of its own, when the disk is slow.
+Messages count_messages(const std::string& text) {
   std::istringstream lines(text);
   std::string previous;
   std::string line;
   int run = 0;
-  int torn = 0;
+  Messages found;
   while (std::getline(lines, line)) {
+    if (line.find(" took too long ") != std::string::npos) continue;
+    ++found.lines;
     if (line.starts_with("p:")) line.erase(0, line.find(' ') + 1);
     if (line == previous && run < 60) {
       ++run;
     } else {
-      torn += previous.empty() || run == 60 ? 0 : 1;
+      found.torn += previous.empty() || run == 60 ? 0 : 1;
       run = 1;
     }
     previous = line;
   }
-  return torn;
+  return found;
 }
 
 TEST_F(LogFile, MessagesOfManyProcessesStayWhole) {
   log_from_many_processes(file_);
-  const std::string text = read_file(file_);
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 250 * 16 * 60);
-  EXPECT_EQ(torn_messages(text), 0);
+  const Messages found = count_messages(read_file(file_));
+  EXPECT_EQ(found.lines, 250 * 16 * 60);
+  EXPECT_EQ(found.torn, 0);
 }
 
 TEST_F(LogFile, MessagesStayWholeOnAFileSystemWithSmallBlocks) {
@@ -106,7 +114,9 @@ TEST_F(LogFile, MessagesStayWholeOnAFileSystemWithSmallBlocks) {
   }
   log_from_many_processes(place + "/log");
   logmsg.setMethodAll(LogMethod::NOWHERE);
-  EXPECT_EQ(torn_messages(read_file(place + "/log")), 0);
+  const Messages found = count_messages(read_file(place + "/log"));
+  EXPECT_EQ(found.lines, 250 * 16 * 60);
+  EXPECT_EQ(found.torn, 0);
   EXPECT_EQ(umount2(place.c_str(), 0), 0);
 }
 
