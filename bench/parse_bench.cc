@@ -1,4 +1,5 @@
-// The time to parse node specifications: the figure per node must not grow with their number.
+// The time to parse node specifications: the figure per node may grow with the logarithm of their
+// number.
 #include <benchmark/benchmark.h>
 
 #include <string>

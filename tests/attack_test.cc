@@ -131,6 +131,24 @@ TEST_F(Attacks, LinksOfOtherUsersAreNotFollowed) {
   EXPECT_TRUE(fs::exists(victim));
 }
 
+TEST_F(Attacks, AFileOfAnotherUserInAnOpenFolderIsNotEmptied) {
+  const std::string place = folder / "open";
+  fs::create_directory(place);
+  fs::permissions(place, fs::perms::all | fs::perms::sticky_bit);
+  write_file(place + "/theirs", "precious");
+  write_file(folder / "ours", "precious");
+  fs::create_hard_link(folder / "ours", place + "/linked");
+  if (chown((place + "/theirs").c_str(), stranger, stranger) != 0) {
+    GTEST_SKIP() << "skipped: cannot give files away: " << std::strerror(errno);
+  }
+  for (const char* name : {"/theirs", "/linked"}) {
+    const std::string check =
+        run("check", "node-1: ipcbase=10, device-0.path=" + place + name + ", device-0.size=1").out;
+    EXPECT_NE(check.find("Error: open of device " + place + name + " failed\n"), std::string::npos);
+    EXPECT_EQ(read_file(place + name), "precious");
+  }
+}
+
 TEST_F(Attacks, APathForgesNoLineOfTheReport) {
   const std::string forged = "node-7:ipcbase=9999";
   const std::string path = folder / ("a\n" + forged + "\n\x1b[2J");

@@ -139,6 +139,8 @@ TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {
   expect_logged("create node-2: ipcbase=3000", "in the way: semaphore set with key 3005: semid " +
                                                    std::to_string(few) +
                                                    ", owner uid 0, creator uid 0, 2 semaphores\n");
+  expect_logged("delete node-2: ipcbase=3000",
+                "in the way: semaphore set with key 3005: semid " + std::to_string(few));
   EXPECT_EQ(segment_keys(), std::vector<int>{1004});
   EXPECT_EQ(set_keys(), (std::vector<int>{1005, 3005}));
 }

@@ -76,7 +76,9 @@ bool mox_test_open_file(const std::string& path, int& error, std::uint64_t* empt
   struct stat status {};
   error = open_at(path, device_open_flags() & ~(O_CREAT | O_TRUNC), 0, place, file);
   if (error == 0 && fstat(file.get(), &status) != 0) error = errno;
-  const bool empties = error == 0 && S_ISREG(status.st_mode) && readVerify == 0;
+  const bool writes = error == 0 && readVerify == 0;
+  if (writes && !mayBeTaken(place.folder->get(), file.get())) error = errno;
+  const bool empties = writes && error == 0 && S_ISREG(status.st_mode);
   if (empties && ftruncate(file.get(), 0) != 0) error = errno;
   if (emptied != nullptr)
     *emptied = empties && error == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;

@@ -32,7 +32,8 @@ struct MadeFile {
 // `error` is the errno, 0 on success. A file that is created has mode 0600; through a dangling
 // symbolic link, it stands at resolve_symlink(path). With `made`, a file that exists is an error
 // (EEXIST). mox_test_open_file is for a path that exists and creates nothing; `emptied` becomes the
-// bytes that the regular file had.
+// bytes that the regular file had. It refuses a file that a stranger can have put into a folder
+// where everybody may write (EACCES).
 bool mox_create_file(const std::string& path, int& error, MadeFile* made = nullptr);
 bool mox_test_open_file(const std::string& path, int& error, std::uint64_t* emptied = nullptr);
 

@@ -31,8 +31,8 @@ bool refuse(const char* name, Moxstatus_e number, int os_error,
   return false;
 }
 
-// Opened without waiting, a FIFO shows its end until its first writer has come, and one that a
-// script has just started may not have come yet. From here on reads wait.
+// A FIFO that was opened with O_NONBLOCK reads as empty until a writer has opened it, which a
+// script may just be about to do. From here on reads block.
 bool settle(int file, bool is_pipe) {
   constexpr int patience = 2000;  // ms
   pollfd to_read{file, POLLIN, 0};
@@ -59,8 +59,8 @@ bool command_file::read_text(const char* name, int file) {
     const ssize_t count = ::read(file, chunk, sizeof chunk);
     if (count < 0) return refuse(name, MOX_READ_FAILED, errno);
     if (count == 0) break;
-    // strtok and its like would silently drop what follows a zero byte in a word. Noticed at once,
-    // so that a file of holes does not fill the memory first.
+    // The words are zero-terminated, so what follows a zero byte would silently be dropped. Checked
+    // for each chunk: a sparse file of 4 GiB is refused before it fills the memory.
     if (std::memchr(chunk, '\0', static_cast<std::size_t>(count)) != nullptr) {
       say("Error: command file %s holds a zero byte\n", printable(name).c_str());
       return false;

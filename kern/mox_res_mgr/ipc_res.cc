@@ -150,7 +150,7 @@ bool ipc_res::search() {
   return false;
 }
 
-// A DELETE of either node would remove objects of the other.
+// Another node among the eight keys would lose objects to a DELETE of this one.
 void ipc_res::refuse_neighbour() {
   for (unsigned offset = 0; offset < keys_per_node; ++offset) {
     if (size[offset] != 0 || key(offset) == IPC_PRIVATE) continue;
@@ -172,6 +172,7 @@ void ipc_res::del() {
 void ipc_res::delete_semaphores() {
   utlMapMutex(&stat, &mutex, key(semaphores_offset), semaphores_per_node);
   if (stat.failed()) {
+    if (stat.os_error != ENOENT) hint_at_set_in_the_way(key(semaphores_offset));
     emit_korv_error();
     say("Error: cannot attach to semaphore %d\n", key(semaphores_offset));
     initStatus_s(&stat);

@@ -74,7 +74,7 @@ exit_status run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openStandardStreams();
-  // Whoever reads along sees every line when it is true, also when the process is killed.
+  // The reader of a pipe gets each line at once, and none is lost when the process is killed.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   try {
     return run(argc, argv);

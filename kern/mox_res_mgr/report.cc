@@ -14,7 +14,7 @@ std::FILE* report_stream = stdout;
 
 namespace {
 
-// Tags every report before main runs.
+// Sets the prefix of error blocks and log lines before main runs.
 struct Dummy {
   Dummy() { logmsgPrefix = "RESMGR"; }
 };

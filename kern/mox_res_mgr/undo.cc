@@ -19,11 +19,12 @@ namespace resmgr {
 namespace {
 
 // The run that made the set may be removing it at this very moment. Its process is the one that set
-// the values last, unless somebody has used the set since.
+// the values last, unless somebody has used the set since. Waits for a second in all, for whichever
+// sets: such a process may also be a database that stays.
 void wait_for_rollback(int semid) {
-  constexpr int most_waits = 200;
+  static int waits_left = 200;
   const pid_t maker = semctl(semid, 0, GETPID);
-  for (int waits = 0; waits < most_waits; ++waits) {
+  for (; waits_left > 0; --waits_left) {
     const bool at_work = maker > 0 && maker != getpid() && (kill(maker, 0) == 0 || errno == EPERM);
     if (!at_work) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -94,7 +95,7 @@ bool sem_undo_op::stands() const {
   return false;
 }
 
-// The undo itself must do without memory.
+// Formatted here because the undo may run when memory is exhausted.
 device_undo_op::device_undo_op(const std::string& path) : path_(printable(path)) {}
 
 void device_undo_op::undo() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "common/base/printable.h"
 #include "kern/mox_res_mgr/buffers.h"
 #include "kern/mox_res_mgr/report.h"
 
@@ -64,7 +65,7 @@ void describe_buffers() {
 }  // namespace
 
 void usage() {
-  say("Usage: %s <command>\n", prog_name);
+  say("Usage: %s <command>\n", printable(prog_name).c_str());
   say("%s", commands);
   describe_buffers();
   say("%s", values);
