@@ -4,11 +4,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
-need g++ cmake ninja-build libbenchmark-dev fio python3 time
+need g++ cmake ninja-build libbenchmark-dev fio fuse3 libfuse3-dev pkg-config python3 time
 
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMOX_BUILD_BENCHMARKS=ON
 cmake --build build/bench
 build/bench/bench/ipc_bench
 build/bench/bench/parse_bench
 (cd build/bench && bench/log_bench)
-bench/devinit_bench.py build/bench/bin/devinit build/bench
+bench/devinit_bench.py build/bench/bin/devinit build/bench --slowfs build/bench/bench/slowfs
