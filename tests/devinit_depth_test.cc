@@ -146,8 +146,8 @@ TEST_F(Depth, WhatFailsInFlightIsDoneAgain) {
   const Outcome written = run(INT_MAX, "-l " + blocks);
   const Outcome verified = run(INT_MAX, "-V " + blocks);
   const std::string device = read_file(file);
-  for (const long result : {-EIO, -EINTR, -EAGAIN, 0, 4096}) {
-    for (long long chunk = 0; chunk < 22; chunk += 3) {
+  for (const long result : {-EIO, -EINTR, 0, 4096}) {
+    for (const long long chunk : {0, 7, 8, 21}) {
       const auto hook = [&, struck = false](const Call& call) mutable -> std::optional<long> {
         const bool there = call.offset == data_offset + chunk * chunk_size;
         if (call.name != "io_event" || !there || struck) return {};
@@ -187,7 +187,7 @@ TEST_F(Depth, TheFirstFailureInTheOrderOfTheDeviceIsTheOneReported) {
 TEST_F(Depth, WhatTheKernelRefusesIsDonePlainly) {
   const Outcome plain = run(INT_MAX, "-p " + blocks);
   for (const char* refused : {"io_setup", "io_submit", "io_getevents"}) {
-    for (const int when : {1, 3, 12}) {
+    for (const int when : {1, 12}) {
       for (const int until : {when, INT_MAX}) {
         const auto hook = [&, count = 0](const Call& call) mutable {
           if (call.name != refused) return std::optional<long>();
@@ -270,26 +270,50 @@ TEST_F(Depth, SignalsWithTransfersInFlight) {
   }
 }
 
-TEST(Pacing, DepthPaysOnlyWhereEveryTransferIsSlowAndEnoughAreLeft) {
+TEST(Pacing, DepthPaysWhereTheStorageAnswersLateAndEnoughIsLeft) {
   const struct {
     const char* name;
-    int transfers;
+    int chunks;
     std::chrono::microseconds each;
-    std::chrono::microseconds quickest;
+    std::chrono::microseconds last;
+    std::chrono::microseconds latency;
     std::uint64_t left;
-    bool slow;
-  } cases[] = {{"slow", 8, 2000us, 2000us, 1000, true},
-               {"just slow", 8, 451us, 451us, 1000, true},
-               {"just quick", 8, 450us, 450us, 1000, false},
-               {"one of them quick", 8, 2000us, 100us, 1000, false},
-               {"too few seen", 6, 2000us, 2000us, 1000, false},
-               {"too few left", 8, 2000us, 2000us, 34, false},
-               {"just enough left", 8, 2000us, 2000us, 35, true}};
+    bool pays;
+  } cases[] = {{"late", 8, 2000us, 2000us, 1500us, 1000, true},
+               {"latency alone", 8, 2000us, 2000us, 2100us, 35, true},
+               {"too few left for that", 8, 2000us, 2000us, 2100us, 34, false},
+               {"too few left", 8, 2000us, 2000us, 1500us, 40, false},
+               {"just slow", 8, 451us, 451us, 400us, 1000, true},
+               {"just quick", 8, 450us, 450us, 400us, 1000, false},
+               {"one of them quick", 8, 2000us, 100us, 90us, 10000, false},
+               {"too few seen", 7, 2000us, 2000us, 1500us, 1000, false},
+               {"slow for want of bandwidth", 8, 2000us, 2000us, 600us, 1000, false}};
   for (const auto& row : cases) {
     Pace pace;
-    for (int i = 1; i < row.transfers; ++i) pace.note(row.each);
-    pace.note(row.quickest);
-    EXPECT_EQ(pace.is_slow(row.left), row.slow) << row.name;
+    for (int i = 1; i < row.chunks; ++i) pace.note(row.each);
+    pace.note(row.last);
+    EXPECT_EQ(pace.is_slow() && pace.pays(row.latency, row.left), row.pays) << row.name;
+  }
+}
+
+// Microseconds for each transfer, and in addition for each large one.
+TEST_F(Depth, BeginsByItselfOnStorageWithLatency) {
+  const struct {
+    int each;
+    int per_chunk;
+    bool deep;
+  } cases[] = {{3000, 0, true}, {0, 3000, false}, {0, 0, false}};
+  for (const auto& row : cases) {
+    const auto slow = [&](const Call& call) -> std::optional<long> {
+      if (call.name == "io_submit") std::printf("deep\n");
+      const bool transfer = call.name == "pwrite" || call.name == "pread";
+      if (transfer)
+        usleep(static_cast<unsigned>(row.each + (call.bytes > 8192 ? row.per_chunk : 0)));
+      return {};
+    };
+    const RunResult result = run(450, "-l -b 6000", slow).run;
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.find("deep") != std::string::npos, row.deep) << row.each << row.per_chunk;
   }
 }
 

@@ -13,6 +13,8 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr int window = 8;  // chunks
+
 }  // namespace
 
 Extent data_extent(const DiskInfo& info) {
@@ -24,29 +26,26 @@ Extent bitmap_extent(const DiskInfo& info) {
 }
 
 void Pace::note(Duration transfer) {
-  constexpr int window = 8;
   if (count_ == window) restart();
   ++count_;
   quickest_ = std::min(quickest_, transfer);
 }
 
-bool Pace::is_slow(std::uint64_t chunks_left) const {
-  constexpr int enough = 8;
-  constexpr milliseconds cost(60);
-  if (deepfrom == 0) return true;
-  if (count_ < enough || quickest_ <= microseconds(deepfrom)) return false;
-  const double left =
-      std::chrono::duration<double>(quickest_).count() * static_cast<double>(chunks_left);
-  return left * (1 - 1.0 / AsyncQueue::depth) > std::chrono::duration<double>(cost).count();
+bool Pace::is_slow() const {
+  return count_ == window && quickest_ > microseconds(deepfrom);
 }
 
-ChunkPass::ChunkPass(DirectFile& file, const Extent& extent, const unsigned char* source)
-    : file_(file), extent_(extent), source_(source), buffers_(nullptr), chunks_(extent.chunks()) {}
+bool Pace::pays(Duration latency, std::uint64_t chunks_left) const {
+  constexpr milliseconds cost(60);
+  const Duration saved = std::min(latency, quickest_ - quickest_ / int{AsyncQueue::depth});
+  return saved > quickest_ / 3 && chunks_left > static_cast<std::uint64_t>(cost / saved);
+}
 
-ChunkPass::ChunkPass(DirectFile& file, const Extent& extent, const IoBuffers& buffers)
+ChunkPass::ChunkPass(DirectFile& file, const Extent& extent, const IoBuffers& buffers,
+                     const unsigned char* source)
     : file_(file),
       extent_(extent),
-      source_(nullptr),
+      source_(source),
       buffers_(buffers.data()),
       chunks_(extent.chunks()) {}
 
@@ -58,7 +57,7 @@ bool ChunkPass::next() {
 }
 
 ssize_t ChunkPass::move() {
-  ahead_ = ahead_ || (pace_.is_slow(chunks_ - number_) && async_queue().open());
+  ahead_ = ahead_ || (is_time_to_go_ahead() && async_queue().open());
   if (ahead_) submit_ahead();
   if (number_ >= submitted_) {
     submitted_ = next_;
@@ -86,6 +85,27 @@ ssize_t ChunkPass::move_plainly(unsigned char* buffer) {
   return moved;
 }
 
+bool ChunkPass::is_time_to_go_ahead() {
+  if (deepfrom == 0) return true;
+  if (quick_ || !pace_.is_slow()) return false;
+  quick_ = !pace_.pays(latency(), chunks_ - number_);
+  return !quick_;
+}
+
+// Of the blocks that were moved first, a little is read once more. What fails is quick enough.
+Pace::Duration ChunkPass::latency() {
+  constexpr unsigned little = 4096;
+  constexpr int tries = 3;
+  auto* const buffer = buffers_ + IoBuffers::chunk_size;  // the source may be in front of it
+  auto quickest = Pace::Duration::max();
+  for (int i = 0; i < tries; ++i) {
+    const auto start = steady_clock::now();
+    if (file_.read(buffer, little, chunk_at(0).offset) != little) return {};
+    quickest = std::min(quickest, steady_clock::now() - start);
+  }
+  return quickest;
+}
+
 Chunk ChunkPass::chunk_at(std::uint64_t number) const {
   const std::uint64_t first = number * extent_.blocks_per_chunk();
   const std::uint64_t count = std::min(extent_.blocks_per_chunk(), extent_.blocks - first);
@@ -98,7 +118,7 @@ unsigned ChunkPass::slot_of(std::uint64_t number) {
 }
 
 unsigned char* ChunkPass::slot_buffer(std::uint64_t number) const {
-  return is_write() ? nullptr : buffers_ + std::size_t{slot_of(number)} * IoBuffers::chunk_size;
+  return buffers_ + std::size_t{slot_of(number)} * IoBuffers::chunk_size;
 }
 
 // The last chunk is moved plainly and last, so that nothing looks whole before it is.

@@ -32,14 +32,19 @@ struct Chunk {
   long long offset;
 };
 
-// Decides when several transfers in flight pay: when the quickest of the last eight was slow, and
-// enough is left to make up for what the asynchronous requests cost at the end of the process.
+// Decides whether several transfers in flight pay. They overlap the time that the storage takes to
+// answer, but not the time that it takes to move the bytes; and the asynchronous requests cost
+// something at the end of the process.
 class Pace {
  public:
   using Duration = std::chrono::steady_clock::duration;
 
+  // The time of one chunk.
   void note(Duration transfer);
-  bool is_slow(std::uint64_t chunks_left) const;
+  // Eight chunks were seen, and the quickest of them took more than `deepfrom`.
+  bool is_slow() const;
+  // `latency` is the time of a transfer that hardly moves anything.
+  bool pays(Duration latency, std::uint64_t chunks_left) const;
   void restart() { *this = Pace(); }
 
  private:
@@ -49,10 +54,10 @@ class Pace {
 
 class ChunkPass {
  public:
-  // Writes the chunk at `source` over the extent.
-  ChunkPass(DirectFile& file, const Extent& extent, const unsigned char* source);
-  // Reads the extent.
-  ChunkPass(DirectFile& file, const Extent& extent, const IoBuffers& buffers);
+  // Writes the chunk at `source` over the extent, or reads the extent when it is null. The buffers
+  // are the pass's own, but for the source.
+  ChunkPass(DirectFile& file, const Extent& extent, const IoBuffers& buffers,
+            const unsigned char* source = nullptr);
   ChunkPass(const ChunkPass&) = delete;
   ChunkPass& operator=(const ChunkPass&) = delete;
   ~ChunkPass() { async_queue().drain(); }
@@ -67,6 +72,8 @@ class ChunkPass {
 
  private:
   Chunk chunk_at(std::uint64_t number) const;
+  bool is_time_to_go_ahead();
+  Pace::Duration latency();
   bool is_write() const { return source_ != nullptr; }
   static unsigned slot_of(std::uint64_t number);
   unsigned char* slot_buffer(std::uint64_t number) const;
@@ -78,13 +85,14 @@ class ChunkPass {
   DirectFile& file_;
   const Extent extent_;
   const unsigned char* const source_;  // null when reading
-  unsigned char* const buffers_;       // null when writing
+  unsigned char* const buffers_;
   const std::uint64_t chunks_;
   std::uint64_t number_ = 0;     // of chunk_
   std::uint64_t next_ = 0;       // of the chunk behind it
   std::uint64_t submitted_ = 0;  // the first chunk that neither was submitted nor moved plainly
   long long grown_to_ = 0;       // the file reaches to there at least
   bool ahead_ = false;           // several in flight
+  bool quick_ = false;           // and will not be
   Pace pace_;
   Chunk chunk_{};
   const unsigned char* data_ = nullptr;

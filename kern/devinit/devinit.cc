@@ -66,27 +66,27 @@ Memory read_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buff
   return bitmap;
 }
 
-void write_data_blocks(DirectFile& file, const DiskInfo& info, const unsigned char* pattern) {
+void write_data_blocks(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
   const std::uint64_t blocks = info.data_block_count();
   std::printf("Preparing to write %" PRIu64 " data blocks and %" PRIu64 " bitmap blocks\n", blocks,
               info.bitmap_block_count());
   std::printf("Writing: one \"w\" = %d blocks of %d bytes, total %" PRIu64 " bytes",
               static_cast<int>(IoBuffers::chunk_size / info.block_size), info.block_size,
               blocks * info.block_size);
-  write_blocks(file, pattern, data_extent(info));
+  write_blocks(file, buffers, buffers.pattern(), data_extent(info));
 }
 
 void write_bitmap(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers) {
   std::printf("Writing %" PRIu64 " bitmap blocks\n", info.bitmap_block_count());
   std::fill_n(buffers.data(), IoBuffers::chunk_size, static_cast<unsigned char>(0));
-  write_blocks(file, buffers.data(), bitmap_extent(info));
+  write_blocks(file, buffers, buffers.data(), bitmap_extent(info));
 }
 
 void initialize(DirectFile& file, const DiskInfo& info, const IoBuffers& buffers,
                 const Options& options, bool device) {
   if (device) try_last_data_block(file, info, buffers.pattern());
   if (!options.fast) {
-    write_data_blocks(file, info, buffers.pattern());
+    write_data_blocks(file, info, buffers);
     if (options.paranoid) compare_data_blocks(file, buffers, info);
   }
   if (info.is_data_device()) write_bitmap(file, info, buffers);

@@ -34,12 +34,13 @@ bool is_time_to_sync(std::uint64_t chunks) {
 
 }  // namespace
 
-void write_blocks(DirectFile& file, const unsigned char* chunk, const Extent& extent) {
+void write_blocks(DirectFile& file, const IoBuffers& buffers, const unsigned char* chunk,
+                  const Extent& extent) {
   print_line_head(0);
   flush_report();
   std::uint64_t chunks = 0;
   Meter meter("written", extent.blocks, extent.block_size);
-  for (ChunkPass pass(file, extent, chunk); pass.next();) {
+  for (ChunkPass pass(file, extent, buffers, chunk); pass.next();) {
     checkpoint();
     write_chunk(pass);
     ++chunks;
