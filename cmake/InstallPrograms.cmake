@@ -5,9 +5,3 @@ install(FILES ${program_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 file(GLOB completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/*)
 install(FILES ${completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-
-file(GLOB runtime_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-7])
-foreach(page IN LISTS runtime_pages)
-  string(REGEX REPLACE ".*\\." "man" folder ${page})
-  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${folder} COMPONENT mox_development)
-endforeach()

@@ -1,5 +1,5 @@
-// The reports of a status: what errutils/statuss.h declares and only a room above the logger can
-// define.
+// The reports of a status. errutils/statuss.h declares them, but must not include the logger, which
+// they need: they are defined here.
 #include <cstdlib>
 
 #include "common/logger.h"

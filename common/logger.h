@@ -1,8 +1,8 @@
 // The logger. Every message goes through the one object `logmsg`: start writes the head of the
 // line, txt, chr and the print operations append, logg ends the message and writes it to the
 // destination of its level. Works without any configuration: INF, WRN, ERR and VSE go to standard
-// error, the other levels to no stream. Troubles of the logger never stop the program. One thread
-// at a time may use it, from before main until the process is gone.
+// error, the other levels to no stream. Its own failures never end the program. One thread at a
+// time may use it; it exists before the first constructor and after the last destructor.
 #pragma once
 
 #include <array>

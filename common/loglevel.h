@@ -7,7 +7,7 @@ enum LogLevel : int {
   LEVEL_WRN,
   LEVEL_ERR,
   LEVEL_VSE,
-  LEVEL_DIA,  // the diagnostic level: for whoever maintains the system
+  LEVEL_DIA,  // the diagnostic level: for the maintainers of the system
   LEVEL_TST,
 };
 

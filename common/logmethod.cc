@@ -92,7 +92,7 @@ void LogMethod::write(std::string_view message) {
   if (!open()) return;
   if (can_be_renamed_) followRename();
   const SlowWatch watch;
-  const int error = cut_off_ ? put("\n" + std::string(message)) : put(message);
+  const int error = cut_off_ ? put(std::string("\n").append(message)) : put(message);
   if (error != 0) return loseMessage(error);
   told_loss_ = false;
   const std::string complaint = watch.complaint("Last fputs");

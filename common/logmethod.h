@@ -1,6 +1,6 @@
 // One destination of log messages: a file, a standard stream, the system log alone, or nothing. The
-// levels of the logger share destinations through shared pointers. Opened at the first message;
-// each trouble is told once, on standard output, and never stops the program.
+// levels of the logger share destinations through shared pointers. Opened at the first message; a
+// failure is printed on standard output once, until a write succeeds, and never ends the program.
 #pragma once
 
 #include <sys/types.h>

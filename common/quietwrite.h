@@ -1,6 +1,6 @@
-// Lets a write fail where it would end the process: while a QuietWrite lives, a reader that has
-// gone (SIGPIPE) or a limit on the size of files (SIGXFSZ) is an errno of this thread's writes
-// alone.
+// Makes a write fail with EPIPE or EFBIG where SIGPIPE or SIGXFSZ would end the process: blocks
+// both signals in this thread as long as the object lives, and discards those that its writes
+// raised.
 #pragma once
 
 #include <csignal>

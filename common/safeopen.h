@@ -1,7 +1,8 @@
-// Opens a log file for appending without being led astray: a symbolic link is followed only where
-// nobody but root and the caller can have put it, and in a folder that everybody may write to
-// (/var/tmp) only a file of root or the caller is taken. A path below /proc/self/fd, to which
-// /dev/stdout and /dev/fd lead, is the caller's own descriptor, whatever it is connected to.
+// Opens a log file for appending, safe against other users: a symbolic link is followed only in a
+// folder that nobody but root and the caller can write to, and in a folder that everybody can write
+// to (/var/tmp) a file is opened only if it belongs to root or the caller. A path below
+// /proc/self/fd, to which /dev/stdout and /dev/fd lead, is the caller's own descriptor, whatever it
+// is connected to.
 #pragma once
 
 #include <string>

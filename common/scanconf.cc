@@ -187,8 +187,8 @@ const LineHandler::Keyword LineHandler::keywords[6] = {
     {"set", &LineHandler::set},         {"debug", &LineHandler::debug},
 };
 
-// Whether a pipe, whose descriptor does not wait, seems to be empty only because nobody has opened
-// it for writing yet.
+// Whether a pipe, opened with O_NONBLOCK, seems to be empty only because nobody has opened
+// it for writing yet: with O_NONBLOCK, a read of such a pipe returns 0 at once.
 bool awaitsWriter(std::FILE* pipe) {
   const int first = std::getc(pipe);
   if (first != EOF) std::ungetc(first, pipe);
@@ -198,7 +198,7 @@ bool awaitsWriter(std::FILE* pipe) {
   return first == EOF && !has_writer && poll(&ended, 1, 0) == 0;
 }
 
-// The open itself never waits; whoever has opened a pipe for writing is then waited for.
+// The open itself never waits; reads of a pipe that has a writer do.
 std::FILE* openWithoutWaiting(const char* path) {
   Descriptor fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};

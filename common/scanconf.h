@@ -1,7 +1,7 @@
 // The reader of configuration files. A file is a sequence of lines, each with a keyword:
 //   set NAME "VALUE"     sets a configuration variable
 //   process, node, dunit, site, debug     are recorded for the caller
-// A line that does not follow its pattern is told on standard error and skipped; nothing is cut.
+// A line that does not follow its pattern is reported on standard error and skipped as a whole.
 #pragma once
 
 #include <cstdint>

@@ -61,6 +61,6 @@ int sharedDetach(char* address, Status& status);
 void sharedRemove(int shmid, Status& status);
 // By key; `size` is not used. 5510 (key) when there is none (ENOENT), 5511 (identifier).
 void sharedRemove(int key, unsigned size, Status& status);
-// By key, and only the segment `shmid`: a stranger's segment that has taken the key meanwhile is
-// left alone. 5510 (key) when the key names no segment, 5511 (identifier; EIDRM for a stranger).
+// By key, and only the segment `shmid`: another segment that has the key by now stays. 5510 (key)
+// when the key names no segment, 5511 (identifier; EIDRM when the key names another segment).
 void sharedRemoveOwned(int key, int shmid, Status& status);

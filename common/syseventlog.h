@@ -33,5 +33,5 @@ bool isSystemLogged(LogLevel level);
 bool systemLogHoldsStandardError();
 
 // Writes one line to the system log at the priority of the level, or nothing when there is none or
-// system logging is off. The status is cleared: the system log does not tell failures.
+// system logging is off. The status is always cleared: syslog(3) reports no failures.
 void logSysEvent(LogLevel level, const char* text, Status& status);

@@ -6,7 +6,7 @@
 
 namespace {
 
-// A long value must leave room for the parameters behind it.
+// The parameters of a status share 256 bytes: a long value would push out those after it.
 std::string shortened(const char* text) {
   if (text == nullptr) return "(null)";
   constexpr std::size_t shown = 60;

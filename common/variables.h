@@ -1,7 +1,7 @@
 // The configuration variables. The process has one set, whose values come from the defaults, from
 // configuration files (common/scanconf) and from -D options; a program can have others, to try a
 // configuration before it takes effect. Every failure is a status of severity 4: 320 for an unknown
-// name, which is also logged, and those of Variable::set.
+// name, which is also logged, and those of Variable::set. One thread at a time may use a set.
 #pragma once
 
 #include <cstdio>
@@ -11,7 +11,7 @@
 
 class VarSet {
  public:
-  // The set of the process: made at its first use, there until the process is gone.
+  // The set of the process: made at its first use, never destroyed.
   static VarSet& instance();
 
   // A set of its own, with the defaults. Copies have values of their own, too: assigned to the set

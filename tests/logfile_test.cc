@@ -36,7 +36,7 @@ std::string drained(int fd) {
   const ssize_t count = ::read(fd, text.data(), text.size());
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   close(fd);
-  return text;
+  return without_complaints(text);
 }
 
 // A message of several blocks of 1 KiB; its lines name the process and the message.
@@ -62,38 +62,26 @@ void log_from_many_processes(const std::string& file) {
   }
 }
 
-struct Messages {
-  int lines = 0;
-  int torn = 0;
-};
-
-// Leaves out what the logger adds by itself, a message of its own, when the disk is slow.
-Messages count_messages(const std::string& text) {
+// How many messages stand in the text, each in one piece and whole; on a busy host there are lines
+// about slow writes between them.
+int whole_messages(const std::string& text) {
   std::istringstream lines(text);
   std::string previous;
-  std::string line;
   int run = 0;
-  Messages found;
-  while (std::getline(lines, line)) {
-    if (line.find(" took too long ") != std::string::npos) continue;
-    ++found.lines;
+  int whole = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("took too long") != std::string::npos) continue;
     if (line.starts_with("p:")) line.erase(0, line.find(' ') + 1);
-    if (line == previous && run < 60) {
-      ++run;
-    } else {
-      found.torn += previous.empty() || run == 60 ? 0 : 1;
-      run = 1;
-    }
+    run = line == previous ? run + 1 : 1;
+    if (run == 60) ++whole;
     previous = line;
   }
-  return found;
+  return whole;
 }
 
 TEST_F(LogFile, MessagesOfManyProcessesStayWhole) {
   log_from_many_processes(file_);
-  const Messages found = count_messages(read_file(file_));
-  EXPECT_EQ(found.lines, 250 * 16 * 60);
-  EXPECT_EQ(found.torn, 0);
+  EXPECT_EQ(whole_messages(read_file(file_)), 4000);
 }
 
 TEST_F(LogFile, MessagesStayWholeOnAFileSystemWithSmallBlocks) {
@@ -114,9 +102,7 @@ TEST_F(LogFile, MessagesStayWholeOnAFileSystemWithSmallBlocks) {
   }
   log_from_many_processes(place + "/log");
   logmsg.setMethodAll(LogMethod::NOWHERE);
-  const Messages found = count_messages(read_file(place + "/log"));
-  EXPECT_EQ(found.lines, 250 * 16 * 60);
-  EXPECT_EQ(found.torn, 0);
+  EXPECT_EQ(whole_messages(read_file(place + "/log")), 4000);
   EXPECT_EQ(umount2(place.c_str(), 0), 0);
 }
 
@@ -227,7 +213,7 @@ TEST_F(LogFile, MessageCutOffByAFullDiskIsEndedBeforeTheNextOne) {
   log(LEVEL_INF, "after\n");
   EXPECT_EQ(without_time(told), "       WRN p:P T could not write file " + (disk / "log") +
                                     ":No space left on device\n|");
-  const std::string text = plain(read_file(disk / "log"));
+  const std::string text = plain(without_complaints(read_file(disk / "log")));
   EXPECT_TRUE(text.ends_with("x\np:P after\n")) << text.substr(text.size() - 20);
 }
 
@@ -256,6 +242,7 @@ TEST_F(LogFile, InterruptedWriteIsContinued) {
   setitimer(ITIMER_REAL, &often, nullptr);
   logmsg.start(LEVEL_INF, "somewhere.cc", 7);
   for (int i = 0; i < 50; ++i) logmsg.txt(std::string(4000, 'x').c_str());
+  logmsg.chr('\n');
   logmsg.logg();
   const itimerval never{};
   setitimer(ITIMER_REAL, &never, nullptr);
@@ -264,7 +251,7 @@ TEST_F(LogFile, InterruptedWriteIsContinued) {
   close(ends[1]);
   reader.join();
   close(ends[0]);
-  EXPECT_EQ(plain(received), "p:P " + std::string(200000, 'x'));
+  EXPECT_EQ(plain(without_complaints(received)), "p:P " + std::string(200000, 'x') + "\n");
 }
 
 TEST_F(LogFile, FileOfAnotherUserIsNotTakenInASharedFolder) {

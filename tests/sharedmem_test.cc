@@ -110,11 +110,12 @@ TEST_F(SharedMemory, ListsEverySegmentOfTheHost) {
   for (const int key : {5, 6, 7, -3}) shmget(key, 100, IPC_CREAT | (key == 7 ? 0 : 0600));
   shmctl(shmget(6, 0, 0), IPC_RMID, nullptr);
   shmget(IPC_PRIVATE, 100, 0600);
-  std::array<int, 8> keys{};
-  EXPECT_TRUE(sharedKeys(keys.data(), keys.size(), &count));
+  std::vector<int> keys(8);
+  EXPECT_TRUE(sharedKeys(keys.data(), 8, &count));
   ASSERT_EQ(count, 4U);
-  std::sort(keys.begin(), keys.begin() + count);
-  EXPECT_EQ(std::vector<int>(keys.begin(), keys.begin() + count), (std::vector<int>{-3, 0, 5, 7}));
+  std::sort(keys.begin(), keys.begin() + static_cast<int>(count));
+  EXPECT_EQ(std::vector<int>(keys.begin(), keys.begin() + static_cast<int>(count)),
+            (std::vector<int>{-3, 0, 5, 7}));
   EXPECT_FALSE(sharedKeys(keys.data(), 3, &count));
 }
 

@@ -49,7 +49,7 @@ void map(int semid, int key, int count) {
 }
 
 // How many semaphores the set has: perhaps more than its user asked for, and GETALL and SETALL move
-// a value for each. 0 with errno when it cannot be told.
+// a value for each. 0 with errno when the kernel does not say.
 std::size_t sizeOfSet(int semid) {
   semid_ds set{};
   semun into{};

@@ -1,4 +1,4 @@
-// A static object whose destructor never runs, so that whoever runs after main (a destructor of
+// A static object whose destructor never runs, so that code that runs after main (a destructor of
 // another static object, a handler of atexit) can still use it:
 //   constinit Eternal<LogMsg> storage;
 //   LogMsg& logmsg = storage.value;

@@ -1,4 +1,4 @@
-// Text from strangers (a path, a header on a device, the environment) made safe to print: a line
+// Text from outside (a path, a header on a device, the environment) made safe to print: a line
 // end in it could forge lines of a report or of the log, an escape sequence could repaint the
 // terminal. Printable text, UTF-8 included, stays as it is.
 #pragma once

@@ -79,7 +79,7 @@ void appendMessage(const Status& status, BoundedText& text) {
     }
   }
   for (std::size_t i = 0; i < params.size(); ++i) {
-    if (!used[i]) text.append(" " + printable(params[i]));
+    if (!used[i]) text.append(std::string(" ").append(printable(params[i])));
   }
 }
 
