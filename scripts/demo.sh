@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the programs and shows the main job: the resources of two nodes created, refused a second
-# time and deleted, their devices checked, a device initialised and verified. It runs in IPC and
-# mount namespaces of its own: nothing of the host is touched.
+# time and deleted, their devices checked, a device initialised and verified, the life of a node. It
+# runs in IPC and mount namespaces of its own: nothing of the host is touched.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
@@ -13,6 +13,7 @@ if [ "${1:-}" != inside ]; then
   exec unshare --ipc --mount "$0" inside
 fi
 
+mount -t tmpfs none /run/lock
 PATH=$PWD/build/release/bin:$PATH
 
 say() { printf '\n== %s\n' "$*"; }
@@ -47,3 +48,20 @@ show mox_res_mgr -f examples/check-devices.cmd
 say "A device of 4000 blocks, initialised and verified"
 show devinit -b 4000 -n 1 -f /srv/mox/data/node-1
 show devinit -V -b 4000 -f /srv/mox/data/node-1
+
+node=/srv/mox/node1.cmd
+echo 'create node-1: ipcbase=5000, databuf=1048576' >$node
+say "The life of a node: planned, made, made once more without harm"
+show cat $node
+show mox_node plan -f $node
+show mox_node up -f $node
+show mox_node up -f $node
+say "A strike: somebody removes the dictionary buffer; what stands is told, and repaired"
+show ipcrm -M 5004
+show mox_node status -f $node
+show mox_node up -f $node
+show mox_node up --repair -f $node
+show mox_node status -o json -f $node
+say "Gone"
+show mox_node down -f $node
+say "So mox_node status tells what stands, mox_node up and down make it so, however often they run."

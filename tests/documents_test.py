@@ -50,11 +50,14 @@ def run(*command, **options):
 
 @functools.cache
 def own_namespace():
-    for command in (("unshare", "--ipc"), ("unshare", "--user", "--ipc")):
-        tried = run(*command, "true")
+    """A command in front of a shell script: a host of its own, with its own locks."""
+    script = ("sh", "-c", 'mount -t tmpfs none /run/lock && exec sh -c "$1"', "sh")
+    for command in (("unshare", "--ipc", "--mount"),
+                    ("unshare", "--user", "--map-root-user", "--ipc", "--mount")):
+        tried = run(*command, *script, "true")
         if tried.returncode == 0:
-            return command
-    raise unittest.SkipTest(f"skipped: no IPC namespace of its own: {tried.stderr.strip()}")
+            return command + script
+    raise unittest.SkipTest(f"skipped: no namespaces of its own: {tried.stderr.strip()}")
 
 
 def offered(line):
@@ -89,7 +92,7 @@ class Documents(unittest.TestCase):
     def shell(self, commands):
         """What each command prints; all run in one folder and IPC namespace."""
         script = "".join(f"{command}\nprintf '\\036'\n" for command in commands)
-        outputs = run(*own_namespace(), "sh", "-c", script, cwd=self.folder).stdout.split("\036")
+        outputs = run(*own_namespace(), script, cwd=self.folder).stdout.split("\036")
         self.assertEqual(len(outputs), len(commands) + 1)
         return outputs[:-1]
 
@@ -100,6 +103,20 @@ class Documents(unittest.TestCase):
             self.assertGreaterEqual(len(letters), 4)
             self.assertEqual(listed(program + ".8", "Fl"), letters)
             self.assertEqual(offered(program + " -"), {"-" + letter for letter in letters})
+
+    def test_options_of_mox_node(self):
+        """Usage, page and completion know the same options of the same verbs."""
+        usage = run("mox_node", "-h").stdout
+        options = set(re.findall(r"(?<=[\s,])--?[a-zA-Z][a-z-]*", usage.split("\n\n")[3]))
+        self.assertGreaterEqual(len(options), 17)
+        self.assertEqual({"-" + name for name in listed("mox_node.8", "Fl")}, options)
+        offers = {verb: offered(f"mox_node {verb} -") for verb in ("status", "plan", "up", "down")}
+        for option in options:
+            self.assertEqual("unknown option" in run("mox_node", "status", option).stderr, False)
+            for verb, offer in offers.items():
+                error = run("mox_node", verb, option, "1").stderr
+                self.assertEqual(option in offer, "is no option of" not in error, (verb, option))
+        self.assertEqual(set.union(*offers.values()), options)
 
     def test_keywords(self):
         words = re.findall(r'TOKEN\(T_\w+, "(\w+)"\)', source("kern/mox_res_mgr/lexer.h"))
@@ -137,7 +154,15 @@ class Documents(unittest.TestCase):
                 ("mox_res_mgr delete node-1: device-0.path=/etc/passw", {"/etc/passwd"}),
                 ("mox_res_mgr -f /etc/passw", {"/etc/passwd"}),
                 ("mox_res_mgr CREATE ", set()),
-                ("devinit -b 5 -f /etc/passw", {"/etc/passwd"})):
+                ("devinit -b 5 -f /etc/passw", {"/etc/passwd"}),
+                ("mox_node ", {"status", "plan", "up", "down"}),
+                ("mox_node status -f /etc/passw", {"/etc/passwd"}),
+                ("mox_node up -o ", {"text", "json"}),
+                ("mox_node status -o p", {"prometheus"}),
+                ("mox_node down -u roo", {"root"}),
+                ("mox_node up ", {"create", "check"}),
+                ("mox_node up -u root create node-1:d", {"databuf"}),
+                ("mox_node plan check node-1: ipcbase=5,d", {"5,databuf", "5,device"})):
             with self.subTest(line):
                 self.assertEqual(offered(line) - {"/etc/passwd-"}, answers)
 
@@ -178,8 +203,19 @@ class Documents(unittest.TestCase):
             with self.subTest(name):
                 self.expect_explained(name, found)
 
+    def test_diagnostics_of_mox_node(self):
+        """Every failure has its item, which shows what stands in its place for names and numbers."""
+        code = source("kern/mox_node/*.cc")
+        texts = find(rf"\bFailure\((?:std::string\()?{LITERAL}|stderr,\s*{LITERAL}", code)
+        self.assertGreaterEqual(len(texts), 25)
+        items = re.findall(r'^\.It Sy "(.*)"$', page("mox_node.8"), re.M)
+        for text in map("".join, texts):
+            pattern = re.sub("%[a-z]+", ".+", re.escape(text.replace(r"\n", "")))
+            pattern = pattern.removeprefix("Error:\\ ")
+            self.assertTrue(any(re.search(pattern, item) for item in items), text)
+
     def test_examples_run_as_printed(self):
-        for name in ("mox_res_mgr.8", "devinit.8"):
+        for name in ("mox_res_mgr.8", "devinit.8", "mox_node.8"):
             section = find(r"^\.Sh EXAMPLES$(.*?)^\.Sh ", page(name))[0]
             text = "".join(find(BLOCK, section)).replace(r"\e", "\\")
             # A command stands behind "$ ", its next lines behind "> ", and then what it prints.
@@ -233,7 +269,7 @@ class Documents(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("mandoc"), "skipped: mandoc is not installed")
     def test_pages_are_free_of_lint_and_fit_the_terminal(self):
-        for name in ("mox_res_mgr.8", "devinit.8", "mox.conf.5", "mox_runtime.7"):
+        for name in ("mox_res_mgr.8", "devinit.8", "mox_node.8", "mox.conf.5", "mox_runtime.7"):
             path = SOURCES / "man" / name
             lint = run("mandoc", "-T", "lint", path).stdout.splitlines()
             # Pages of other packages may be missing here.

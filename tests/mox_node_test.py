@@ -3,6 +3,7 @@
 import fcntl
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import threading
@@ -11,7 +12,8 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from node_host import (LIBC, NOBODY, NodeTest, attach, has_users, held, kernel_setting, mox_node,
-                       remove_segment, rows, segment, semaphores, states, verb)
+                       remove_segment, rows, segment, semaphores, states,
+                       verb, words_of)
 
 NODE = "create node-1: ipcbase=5000, databuf=1048576"
 TWO = NODE + " node-2: ipcbase=5008"
@@ -244,6 +246,157 @@ class Verdicts(NodeTest):
         for name in ("databuf (key 5001)", "dictbuf (key 5004)", "semaphores (key 5005)"):
             self.assertIn(f"removing node-1: {name}: Operation not permitted", result.err)
             self.assertIn(f"{name} is present", result.json["error"])
+
+
+class Unknown(NodeTest):
+    """What the kernel refuses to tell, as confined processes and old kernels meet it."""
+
+    TABLES = ("/proc/sysvipc/shm", "/proc/sysvipc/sem")
+
+    def refused(self, calls, line, description=NODE, error="EPERM"):
+        inject = [word for call in calls.split()
+                  for word in ("-e", f"inject={call}:error={error}")]
+        return verb(line, description, prefix=["strace", "-qq", "-o", "/dev/null", *inject])
+
+    def setUp(self):
+        super().setUp()
+        if subprocess.run(["strace", "-qq", "-o", "/dev/null", "true"], check=False).returncode:
+            self.skipTest("skipped: strace cannot trace here")
+        stand(5001, 5005)
+        segment(5003, 7)
+
+    def test_the_tables_stand_in(self):
+        attach(5001)
+        truth = verb("status", NODE).json
+        for calls in ("shmctl", "shmget", "semctl", "semget", "shmget shmctl semget semctl"):
+            for error in ("EPERM", "ENOSYS", "EINVAL"):
+                result = self.refused(calls, "status", error=error)
+                self.assertEqual((result.status, result.json), (3, truth), calls + error)
+        truth = mox_node("status", "--all", "-o", "json").json
+        self.assertEqual(self.refused("shmctl semctl", "status --all", "").json, truth)
+        self.assertEqual(self.refused("shmctl semctl", "plan").json["limits"],
+                         verb("plan", NODE).json["limits"])
+
+    def test_existence_that_is_told_by_a_refusal(self):
+        # EACCES says that there is a segment; the table does not show which.
+        result = self.refused("shmget", "status", error="EACCES")
+        self.assertEqual((result.status, states(result.json)),
+                         (1, ["databuf:present", "dictbuf:unknown", "set:present"]))
+        self.assertIn("dictbuf (key 5004) could not be told: Permission denied",
+                      result.json["nodes"][0]["reason"])
+
+    def test_nothing_is_told(self):
+        objects = {"databuf": "shmctl", "set": "semctl"}
+        for table in self.TABLES:
+            self.put_over(table, "")
+        for name, call in objects.items():
+            before = rows_of_kernel()
+            for line in ("status", "plan", "plan --repair", "up", "up --repair", "down",
+                         "down --force"):
+                result = self.refused(call, line)
+                node = result.json["nodes"][0]
+                self.assertEqual((result.status, result.json["state"], node["state"],
+                                  result.json["changed"]), (1, "unknown", "unknown", False), line)
+                self.assertIn(name + ":unknown", states(result.json))
+                self.assertIn("could not be told: ", node["reason"])
+                self.assertEqual(rows_of_kernel(), before)
+                self.assertEqual(node["attached"], None if name == "databuf" else 0)
+            unknown = node["semaphores"] if name == "set" else node["segments"][0]
+            self.assertEqual({unknown[key] for key in ("size", "id", "mode", "uid", "gid",
+                                                       "changed_at")}, {None})
+        # An unwanted one that is there is never left out, and not judged.
+        self.assertEqual(self.refused("shmctl", "status").json["nodes"][0]["extra"],
+                         [{"kind": "segment", "key": 5003, "size": None, "id": None, "uid": None,
+                           "attached": None}])
+        # Absence is not for a refused look-up to tell.
+        result = self.refused("shmget", "status")
+        self.assertEqual(states(result.json)[:2], ["databuf:unknown", "dictbuf:unknown"])
+        # Nor is it for a list that cannot be read.
+        result = self.refused("shmctl", "status --all", "")
+        self.assertEqual(result.status, 1)
+        self.assertRegex(result.json["error"], "^listing the shared memory segments of the host: ")
+        # And it counts before everything else.
+        semaphores(6005, 3)
+        wrong = NODE + " node-2: ipcbase=6000"
+        self.assertEqual(verb("status", wrong).json["state"], "conflict")
+        self.assertEqual(self.refused("shmctl", "status", wrong).json["state"], "unknown")
+
+    def test_a_table_that_does_not_show_the_identifier(self):
+        head = pathlib.Path(self.TABLES[0]).read_text().splitlines()[0]
+        for row in ("5001 99 660 1048576 1 1 0 0 0 0 0 1 1 1 0 0", "5001 0 660 1048576", "x"):
+            self.put_over(self.TABLES[0], f"{head}\n{row}\n")
+            result = self.refused("shmctl", "status")
+            self.assertEqual(states(result.json)[0], "databuf:unknown", row)
+        self.put_over(self.TABLES[0], f"{head}\n5001 0 1644 1048576 7 0 3 12 13 0 0 0 0 99 0 0\n")
+        found = self.refused("shmctl", "status").json["nodes"][0]["segments"][0]
+        told = {key: found[key] for key in ("state", "mode", "creator_pid", "last_pid", "attached",
+                                            "uid", "gid", "changed_at")}
+        self.assertEqual(told, {"state": "present", "mode": "0644", "creator_pid": 7,
+                                "last_pid": None, "attached": 3, "uid": 12, "gid": 13,
+                                "changed_at": 99})
+
+    def test_metrics_leave_out_what_is_unknown(self):
+        self.put_over(self.TABLES[0], "")
+        result = mox_node("status", "-o", "prometheus", *NODE.split(),
+                          prefix=["strace", "-qq", "-o", "/dev/null", "-e",
+                                  "inject=shmctl:error=EPERM"])
+        self.assertEqual(result.status, 0)
+        self.assertIn('state="unknown"} 1\n', result.out)
+        self.assertNotIn("mox_node_attaches{", result.out)
+        self.assertNotIn('buffer="databuf"', result.out)
+
+    def test_limits_that_cannot_be_told(self):
+        remove_segment(5001)
+        LIBC.semctl(LIBC.semget(5005, 0, 0), 0, 0)
+        self.put_over("/proc/sys/kernel/sem", "")
+        result = verb("plan", NODE)
+        self.assertEqual((result.status, [limit["name"] for limit in result.json["limits"]
+                                          if limit["fits"] is None]),
+                         (1, ["semmni", "semmsl", "semmns"]))
+        self.put_over(self.TABLES[0], "")
+        unknown = [limit["name"] for limit in self.refused("shmctl", "plan").json["limits"]
+                   if limit["in_use"] is None and limit["fits"] is None]
+        self.assertEqual(unknown[:2], ["shmmni", "shmall"])
+        self.put_over("/proc/sys/kernel/shm_rmid_forced", "")
+        self.assertIs(verb("plan", NODE).json["limits"][-1]["fits"], None)
+        # Where nothing is to be made, nothing has to be known.
+        self.assertEqual(verb("up", NODE).status, 0)
+        self.assertEqual(verb("plan", NODE).status, 0)
+
+    def test_a_look_changes_nothing(self):
+        """The system calls of status and plan, each with what it may do."""
+        allowed = {"shmget": r"\(\w+, 0, 0+\)", "semget": r"\(\w+, 0, 0+\)",
+                   "shmctl": r"\(\d+, (SHM_STAT_ANY|SHM_INFO|0xf /\* SHM_\?\?\? \*/)",
+                   "semctl": r"\(\d+, 0, (IPC_64\|)?(SEM_STAT_ANY|SEM_INFO|0x14)",
+                   "openat": r"\([^,]+, [^,]+, O_RDONLY[|A-Z_]*[,)]", "pread64": "", "stat": "",
+                   "newfstatat": "", "fstat": "", "lstat": "", "readlink": "", "statfs": "",
+                   "lseek": "", "access": "", "read": "", "close": "", "getdents64": "",
+                   "write": r"\(3,", "fcntl": r"\(\d, (F_GETFD|F_DUPFD_CLOEXEC|F_GETFL)",
+                   "dup2": "", "ioctl": r".*TCGETS", "rt_sigaction": "", "getpid": "",
+                   "gettid": "", "exit_group": "", "execve": ""}
+        memory = {"mmap", "munmap", "mprotect", "brk", "arch_prctl", "set_tid_address",
+                  "set_robust_list", "rseq", "prlimit64", "getrandom", "futex", "madvise"}
+        self.path("file", b"x" * 20000)
+        check = NODE.replace("create", "check") + "".join(
+            f", device-{number}.path={self.path(name)}, device-{number}.size=1"
+            for number, name in enumerate(("file", "new", "missing/x", "")))
+        for line in ("status", "plan --repair", "status --all"):
+            log = self.path("log")
+            words = [] if "--all" in line else words_of(check)
+            mox_node(*line.split(), *words, prefix=["strace", "-qq", "-f", "-o", log])
+            seen = set()
+            for call in pathlib.Path(log).read_text().splitlines():
+                name, arguments = re.match(r"\d+ +(\w+)(\(.*)", call).groups()
+                seen.add(name)
+                if name not in memory:
+                    self.assertIn(name, allowed, call)
+                    self.assertRegex(arguments, "^" + allowed[name], call)
+            self.assertIn("shmctl", seen)
+
+
+def rows_of_kernel():
+    """The objects of the host, not by the tables, which a test may have covered."""
+    return [(LIBC.shmget(key, 0, 0), LIBC.semget(key, 0, 0)) for key in range(5000, 5008)]
 
 
 class Limits(NodeTest):

@@ -2,6 +2,7 @@
 
 #include <sys/ipc.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace moxnode {
@@ -43,14 +44,10 @@ std::optional<std::vector<Object>> Host::all(Kind kind) {
   return objects;
 }
 
-const Object* Host::in_table(Kind kind, int key, int id, bool read_anew) {
+const Host::Table& Host::table(Kind kind, bool read_anew) {
   Table& table = tables_[static_cast<unsigned>(kind)];
   if (!table || read_anew) table = proc_table(kind);
-  if (!table) return nullptr;
-  for (const Object& object : *table) {
-    if (object.key == key && (id < 0 || object.id == id)) return &object;
-  }
-  return nullptr;
+  return table;
 }
 
 // The identifier that the look-up by key gave decides. An object that is removed or changes hands
@@ -59,22 +56,21 @@ Look Host::look(Kind kind, int key) {
   Look look;
   for (const bool again : {false, true}) {
     const int id = identifier_of(kind, key);
-    if (id < 0 && errno == ENOENT) {
-      look.found = Found::ABSENT;
-      return look;
-    }
-    Object& object = look.object;
-    if (id < 0 || !stat_at(kind, id, object)) {
+    if (id < 0 && errno == ENOENT) return {Found::ABSENT, 0, {}};
+    if (id < 0 || !stat_at(kind, id, look.object)) {
       look.error = is_hole(errno) ? 0 : errno;
-    } else if (object.id == id && object.key == key) {
+    } else if (look.object.id == id && look.object.key == key) {
       look.found = Found::THERE;
       return look;
     }
-    if (const Object* const row = in_table(kind, key, id, again)) {
-      object = *row;
-      look.found = Found::THERE;
-      return look;
-    }
+    const Table& all = table(kind, again);
+    if (!all) continue;
+    const auto row = std::ranges::find_if(*all, [&](const Object& object) {
+      return object.key == key && (id < 0 || object.id == id);
+    });
+    if (row != all->end()) return {Found::THERE, 0, *row};
+    // Who may not ask by key finds everything in the table; but EACCES says that the object exists.
+    if (id < 0 && look.error != EACCES) return {Found::ABSENT, 0, {}};
   }
   return look;
 }

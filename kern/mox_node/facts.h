@@ -35,7 +35,7 @@ class Host {
  private:
   using Table = std::optional<std::vector<Object>>;
 
-  const Object* in_table(Kind kind, int key, int id, bool read_anew);
+  const Table& table(Kind kind, bool read_anew);
 
   std::array<Table, 2> tables_;  // by Kind
 };

@@ -95,11 +95,9 @@ Use in_use(Kind kind) {
 LimitReport report(const char* name, Number limit, Number used, std::uint64_t needed,
                    bool has_use = true) {
   LimitReport result{name, limit, used, needed, std::nullopt};
-  if (needed == 0) {
-    result.fits = true;
-  } else if (limit && (used || !has_use)) {
+  if (limit && (used || !has_use)) {
     const std::uint64_t taken = used.value_or(0);
-    result.fits = taken <= *limit && needed <= *limit - taken;
+    result.fits = needed == 0 || (taken <= *limit && needed <= *limit - taken);
   }
   // No host has that much; and a reader of JSON could not tell it from its neighbours.
   constexpr std::uint64_t no_limit = std::uint64_t{1} << 53;
@@ -145,6 +143,7 @@ std::vector<LimitReport> look_at_limits(const std::vector<NodeReport>& nodes) {
 std::optional<bool> all_fit(const std::vector<LimitReport>& limits) {
   std::optional<bool> result = true;
   for (const LimitReport& limit : limits) {
+    if (limit.needed == 0) continue;
     if (!limit.fits) return std::nullopt;
     if (!*limit.fits) result = false;
   }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <new>
 
@@ -22,8 +23,8 @@ namespace {
 
 using namespace moxnode;
 
-void tell(const std::string& error) {
-  (void)std::fprintf(stderr, "Error: %s\n", error.c_str());
+void tell(const char* error) {
+  (void)std::fprintf(stderr, "Error: %s\n", error);
 }
 
 std::string rendered(const Report& report, const Options& options, const Output& output) {
@@ -38,7 +39,7 @@ std::string rendered(const Report& report, const Options& options, const Output&
   if (options.all) {
     std::vector<std::string> warnings;
     const std::string commands = to_commands(report, warnings);
-    for (const std::string& warning : warnings) tell(warning);
+    for (const std::string& warning : warnings) tell(warning.c_str());
     return commands;
   }
   return to_text(report, {options.verbose, options.output_file.empty() && output.is_coloured()});
@@ -81,16 +82,26 @@ ExitStatus run(const Options& options, Output& output) {
   return status;
 }
 
-ExitStatus fail(const std::string& error, const Options& options, Output& output) {
+ExitStatus fail(const char* error, const Options& options, Output& output) {
   tell(error);
   if (options.format != Format::JSON) return TROUBLE;
   try {
     output.write(error_to_json(options.verb, error), options.output_file);
   } catch (const Failure& second) {
     // The first error is told; an output that cannot be written is often the same one.
-    if (second.what() != error) tell(second.what());
+    if (std::strcmp(second.what(), error) != 0) tell(second.what());
   }
   return TROUBLE;
+}
+
+ExitStatus guarded_run(const Options& options, Output& output) {
+  try {
+    return run(options, output);
+  } catch (const Failure& failure) {
+    return fail(failure.what(), options, output);
+  } catch (const std::bad_alloc&) {
+    return fail("out of memory", options, output);
+  }
 }
 
 }  // namespace
@@ -98,20 +109,15 @@ ExitStatus fail(const std::string& error, const Options& options, Output& output
 int main(int argc, char** argv) {
   openStandardStreams();
   logmsgPrefix = "NODE";
-  // What the parts of the resource manager report is told as the error of the run; they log it
-  // again.
-  logmsg.detach(LEVEL_INF);
   readVerify = 1;  // devices are opened for reading only
   try {
+    // What the parts of the resource manager report is told as the error of the run; at this level
+    // they log it a second time.
+    logmsg.detach(LEVEL_INF);
     Output output;
-    const Options options = scan_options(argc, argv);
-    try {
-      return run(options, output);
-    } catch (const Failure& failure) {
-      return fail(failure.what(), options, output);
-    } catch (const std::bad_alloc&) {
-      return fail("out of memory", options, output);
-    }
+    return guarded_run(scan_options(argc, argv), output);
+  } catch (const std::bad_alloc&) {
+    tell("out of memory");
   } catch (const std::exception& error) {
     tell(error.what());
   }

@@ -14,14 +14,19 @@ namespace moxnode {
 
 namespace {
 
+constexpr int max_interruptions = 100;
+
 // 0, or the errno.
 int write_whole(int fd, const std::string& text) {
   std::size_t done = 0;
+  int interruptions = 0;
   while (done < text.size()) {
     const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
-    if (count < 0 && errno != EINTR) return errno;
-    if (count < 0 && pendingInterrupt() != 0) return EINTR;
-    if (count > 0) done += static_cast<std::size_t>(count);
+    if (count >= 0) {
+      done += static_cast<std::size_t>(count);
+    } else if (errno != EINTR || pendingInterrupt() != 0 || ++interruptions == max_interruptions) {
+      return errno;
+    }
   }
   return 0;
 }
@@ -79,7 +84,7 @@ bool Output::is_coloured() const {
 void Output::write(const std::string& text, const std::string& file) {
   if (!file.empty()) return replace_file(text, file);
   const int error = write_whole(standard_.get(), text);
-  if (error == EINTR) dieOfSignal(pendingInterrupt());
+  if (error == EINTR && pendingInterrupt() != 0) dieOfSignal(pendingInterrupt());
   if (error != 0) throw Failure("writing standard output", error);
 }
 

@@ -60,9 +60,10 @@ class TextWriter {
 
   void limit(const LimitReport& limit) {
     lines_ << "limit " << limit.name << " needed=" << limit.needed << " in-use=";
-    number_or(limit.in_use, "-");
+    const char* const none = limit.fits ? "-" : "?";
+    number_or(limit.in_use, none);
     lines_ << " limit=";
-    number_or(limit.limit, "-");
+    number_or(limit.limit, none);
     fits(limit.fits);
   }
 
