@@ -187,8 +187,36 @@ TEST_F(Attacks, ASetThatARollbackRemovesIsMissed) {
   EXPECT_EQ(set_keys(), std::vector<int>{2005});
 }
 
+// Somebody takes base 100 while the search looks at the set: before the look, so that the search
+// steps to a base in the midst of the other node; or behind it, so that the creation fails.
+TEST_F(Attacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
+  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  const struct {
+    const char* delay;
+    const char* tried;
+  } cases[] = {{"delay_enter=1000000", "checking ipcbase 101\n"},
+               {"delay_exit=1000000", "checking ipcbase 100\n"}};
+  for (const auto& [delay, tried] : cases) {
+    SCOPED_TRACE(delay);
+    RunResult search;
+    std::thread run_search([&search, what = delay] {
+      bool struck = false;
+      search = run_with_fault({MOX_RES_MGR, "create", "--search", "node-1: ipcbase=100"},
+                              {"semget", what}, 1, struck);
+    });
+    std::this_thread::sleep_for(500ms);
+    run("create", "node-2: ipcbase=100");
+    run_search.join();
+    EXPECT_EQ(search.out, tried + std::string("checking ipcbase 105\nnode-1:ipcbase=105\n"));
+    EXPECT_EQ(search.status, 0);
+    EXPECT_EQ(segment_keys(), (std::vector<int>{104, 109}));
+    EXPECT_EQ(set_keys(), (std::vector<int>{105, 110}));
+    run("delete", "node-1: ipcbase=100 node-2: ipcbase=105");
+  }
+}
+
 TEST_F(Attacks, TwoSearchesAtOnceBothFindABase) {
-  constexpr int rounds = 40;
+  constexpr int rounds = 15;
   for (int round = 0; round < rounds; ++round) {
     const std::string nodes = "node-1: ipcbase=100 node-2: ipcbase=100 node-3: ipcbase=100";
     const auto search = [&] { return run_program({MOX_RES_MGR, "create", "--search", nodes}); };

@@ -11,7 +11,6 @@
 #include "common/interrupt.h"
 #include "common/logger.h"
 #include "kern/mox_res_mgr/ipc_hints.h"
-#include "kern/mox_res_mgr/key_list.h"
 #include "kern/mox_res_mgr/lexer.h"
 #include "kern/mox_res_mgr/parser.h"
 #include "kern/mox_res_mgr/report.h"
@@ -74,7 +73,7 @@ outcome make(op& node, bool searching, undo_log& log) {
     const bool taken = searching && stat.number == MOX_SHM_EXISTS;
     if (!taken || tries == most_tries || pendingInterrupt() != 0) return outcome::create_failed;
     replay(log, before);
-    refresh_shm_list();
+    node.ipc.give_up_base();
   }
 }
 

@@ -150,6 +150,12 @@ bool ipc_res::search() {
   return false;
 }
 
+void ipc_res::give_up_base() {
+  key_list& used = get_shm_list();
+  for (unsigned offset = 0; offset < keys_per_node; ++offset) used.erase(key(offset));
+  refresh_shm_list();
+}
+
 // Another node among the eight keys would lose objects to a DELETE of this one.
 void ipc_res::refuse_neighbour() {
   for (unsigned offset = 0; offset < keys_per_node; ++offset) {

@@ -40,6 +40,8 @@ struct ipc_res {
   // this run. False, with the reason in the log, when there is none below the end of the keys or
   // the keys in use cannot be told.
   bool search();
+  // Takes the reservation back, and lets the next search look at the host's keys again.
+  void give_up_base();
 
   // Removes whatever of the node's resources exists. Reports each failure and goes on; `stat` is
   // clear afterwards.
