@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,22 @@ TEST_F(Devices, TheFirstThatFailsStopsTheCheck) {
   const std::string later = folder_ / "later";
   const std::string report = check(device(0, folder_ / "absent/file", 1) + device(1, later, 1));
   EXPECT_EQ(report.find(later), std::string::npos) << report;
+}
+
+// The site that failed, and the functions above it that passed the failure on.
+TEST_F(Devices, TheLogTracesTheFailure) {
+  const auto traced = [](const std::string& node) {
+    const std::string log = run_program({MOX_RES_MGR, "check", "node-0: ipcbase=10, " + node}).err;
+    std::string files;
+    const std::regex position("'[^']*/(\\w+\\.cc)' line ");
+    for (std::sregex_iterator found(log.begin(), log.end(), position), end; found != end; ++found) {
+      files += (*found)[1].str() + " ";
+    }
+    return files;
+  };
+  EXPECT_EQ(traced(device(0, folder_ / "absent/file", 1)), "device_res.cc op.cc commands.cc ");
+  EXPECT_EQ(traced("device-0.path=" + (folder_ / "x")),
+            "device_res.cc device_res.cc op.cc commands.cc ");
 }
 
 TEST_F(Devices, TheLastFreeBlockMayBeTaken) {

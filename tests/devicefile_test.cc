@@ -73,6 +73,27 @@ TEST(DeviceSpace, PayloadHeaderAndBitmap) {
   for (const auto& [payload, on_disk] : cases) EXPECT_EQ(mox_phys_space(payload), on_disk);
 }
 
+TEST(DeviceFile, ThatWasMadeIsNobodyElses) {
+  const TempFolder folder;
+  const std::string path = folder / "file";
+  MadeFile made;
+  int error = -1;
+  ASSERT_TRUE(mox_create_file(path, error, &made));
+  write_file(path, "content");
+  EXPECT_FALSE(mox_create_file(path, error, &made));
+  EXPECT_EQ(error, EEXIST);
+  EXPECT_EQ(read_file(path), "content");
+  fs::rename(path, folder / "renamed");
+  EXPECT_FALSE(mox_unlink(made));
+  EXPECT_EQ(errno, ENOENT);
+  write_file(path, "another");
+  EXPECT_FALSE(mox_unlink(made));
+  EXPECT_EQ(errno, ESTALE);
+  fs::rename(folder / "renamed", path);
+  EXPECT_TRUE(mox_unlink(made));
+  EXPECT_FALSE(fs::exists(path));
+}
+
 TEST(DeviceFile, IsItsOwnersAloneAndSynchronousWhenAsked) {
   const TempFolder folder;
   int error = -1;

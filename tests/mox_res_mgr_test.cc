@@ -165,6 +165,12 @@ TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
                 "Error: check failed\n");
   expect_logged("check node-1: ipcbase=10 node-2: ipcbase=10",
                 "in the way: this run made that segment for node 1, with ipcbase 10\n");
+  // A stranger's segment among the keys of node 1, which has no data buffer itself.
+  const int stranger = shmget(11, 10, IPC_CREAT | 0600);
+  const std::string log = run("check node-1: ipcbase=10 node-2: ipcbase=8, nlogbuf=5").err;
+  EXPECT_NE(log.find("in the way: segment with key 11: shmid "), std::string::npos) << log;
+  EXPECT_EQ(log.find("this run made"), std::string::npos) << log;
+  shmctl(stranger, IPC_RMID, nullptr);
   EXPECT_TRUE(kernel_segments().empty());
   EXPECT_TRUE(kernel_sets().empty());
   EXPECT_EQ(output("check --search node-0: ipcbase=100, device-0.path=/x", 1),
