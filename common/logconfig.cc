@@ -90,7 +90,7 @@ void LogMsg::newConfig() {
   // First without any destination: a file is opened anew, also when its name stays.
   setAll(nullptr);
   const auto system_log_only = std::make_shared<LogMethod>(LogMethod::SYSTEM_LOG_ONLY);
-  const auto fileOr = [this](const std::string& name, std::shared_ptr<LogMethod> otherwise) {
+  const auto fileOr = [this](const std::string& name, const std::shared_ptr<LogMethod>& otherwise) {
     return name.empty() ? otherwise : fileMethod(name);
   };
   setAll(

@@ -7,7 +7,7 @@
 
 // Only the low 16 bits take part in the look-up of a text.
 enum Moxstatus_e : std::int32_t {
-#define MOX_ENUMERATOR(number, name, text) name = number,
+#define MOX_ENUMERATOR(number, name, text) name = (number),
   MOX_NUMBERS(MOX_ENUMERATOR)
 #undef MOX_ENUMERATOR
 };

@@ -10,12 +10,13 @@ need g++ cmake ninja-build debootstrap util-linux
 # Mounts that debootstrap makes end with this namespace.
 [ "${1:-}" = inside ] || exec unshare --mount --pid --fork --mount-proc "$0" inside
 root=$(mktemp -d)
-trap 'rm -rf --one-file-system "$root"' EXIT
+trap 'umount -q "$root/debian/proc"; rm -rf --one-file-system "$root"' EXIT
 
 cmake -S . -B build/library -G Ninja -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
 cmake --build build/library --target mox_runtime >/dev/null
 debootstrap --variant=minbase --include=g++,make,pkg-config bookworm "$root/debian" >"$root/log" ||
   { tail "$root/log" >&2; exit 1; }
+mount -t proc proc "$root/debian/proc"
 DESTDIR=$root/debian cmake --install build/library --component mox_development >/dev/null
 
 # in_debian COMMAND...: in the folder of the examples.

@@ -245,10 +245,10 @@ class Documents(unittest.TestCase):
     def test_standard_options_and_environment(self):
         code = source("common/scanarg.cc", "common/logconfig.cc")
         letters = set(re.findall(r"^    {'(\w)', \"", code, re.M))
-        self.assertEqual(len(letters), 21)
+        self.assertGreaterEqual(len(letters), 21)
         self.assertEqual(listed("mox_runtime.7", "Fl"), letters)
         variables = set(re.findall(r'"((?:MOX|KORV)_[A-Z_]+)"', code))
-        self.assertEqual(len(variables), 11)
+        self.assertGreaterEqual(len(variables), 11)
         self.assertEqual(listed("mox_runtime.7", "Ev"), variables)
 
     def test_lines_for_logrotate(self):
