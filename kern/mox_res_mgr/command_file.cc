@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <string_view>
 
 #include "common/base/descriptor.h"
 #include "common/base/printable.h"
@@ -78,7 +77,8 @@ void command_file::cut_into_words() {
   words_.reserve(text_.size() / 2 + 1);
   bool in_word = false;
   for (std::size_t i = 0; i < text_.size(); ++i) {
-    const bool separates = std::string_view(" \n\r\t").find(text_[i]) != std::string_view::npos;
+    const char c = text_[i];
+    const bool separates = c == ' ' || c == '\n' || c == '\r' || c == '\t';
     if (!separates && !in_word) words_.push_back(&text_[i]);
     in_word = !separates;
     if (text_[i] == '\n') line_ends_.push_back(i);

@@ -42,7 +42,7 @@ bool is_digit(char c) {
 }
 
 bool ends_word(char c) {
-  return is_space(c) || std::string_view(".-=,:").find(c) != std::string_view::npos;
+  return is_space(c) || c == '.' || c == '-' || c == '=' || c == ',' || c == ':';
 }
 
 // The first character that is no blank, in *c; false when only blanks are left.
@@ -56,31 +56,27 @@ bool skip_blanks(char* c) {
 }
 
 token word_kind(std::string_view word) {
-  const auto* const keyword = std::find(std::begin(tok_keywords), std::end(tok_keywords), word);
+  // Long descriptions are mostly keywords: the first character alone tells most of them apart.
+  const auto* const keyword = std::ranges::find_if(
+      tok_keywords, [word](const char* one) { return *one == word[0] && word == one; });
   return keyword == std::end(tok_keywords) ? T_STRING : static_cast<token>(keyword - tok_keywords);
 }
 
+// Appends the characters up to the first one that `ends`, which is left to be read.
+template <class Ends>
+void read_up_to(Ends ends) {
+  const std::size_t start = tok_pos;
+  while (!eof() && !ends(in_buf[tok_pos])) ++tok_pos;
+  tok_buf.append(in_buf, start, tok_pos - start);
+}
+
 token read_number() {
-  while (!eof()) {
-    const char c = get_char();
-    if (!is_digit(c)) {
-      unget_char();
-      break;
-    }
-    tok_buf += c;
-  }
+  read_up_to([](char c) { return !is_digit(c); });
   return T_INT;
 }
 
 token read_word() {
-  while (!eof()) {
-    const char c = get_char();
-    if (ends_word(c)) {
-      unget_char();
-      break;
-    }
-    tok_buf += c;
-  }
+  read_up_to(ends_word);
   return word_kind(tok_buf);
 }
 
