@@ -12,7 +12,7 @@ set -euo pipefail
 
 cache=${MOX_HOSTS_CACHE:-/var/cache/mox-hosts}
 mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
-packages=systemd-sysv,openssh-server,python3,python3-apt,procps
+packages=systemd-sysv,dbus,openssh-server,python3,python3-apt,procps
 ipc_limits='shmmni shmmax shmall sem shm_rmid_forced'
 
 skip() {

@@ -1,0 +1,274 @@
+#!/usr/bin/env python3
+"""The collection on hosts that boot: fleet_test.py PACKAGE.deb, inside the laboratory of three hosts.
+
+What happened is asked of the kernels. Predictions of check mode are compared with the run.
+"""
+
+import pathlib
+import subprocess
+import sys
+import time
+import unittest
+
+from fleet import HOSTS, LAB, SOURCES, STRANGER, attached, finish, node, on, role, standing, start, stranger
+
+PACKAGE = None
+H1, H2, H3 = HOSTS
+NODES = [{"node": 1, "ipcbase": 5000, "databuf": 1048576}, {"node": 2, "ipcbase": 5100, "evbuf": 65536}]
+KEYS = [5001, 5004, 5005, 5104, 5105, 5107]
+SMALL = "create node-1: ipcbase=5000, databuf=4096"
+LARGE = "create node-1: ipcbase=5000, databuf=8192, evbuf=4096"
+
+
+def keys(host):
+    return sorted(key for key, size, owner in standing(host).values())
+
+
+def sizes(host):
+    return {key: size for (kind, _id), (key, size, owner) in standing(host).items() if kind == "shm"}
+
+
+def filtered(host, call, error):
+    """Has the kernel refuse that call to mox_node on the host with that error, or kill the program for it."""
+    properties = f"--property SystemCallFilter=~{call} --property SystemCallErrorNumber={error}"
+    on(host, "sh", "-c", f"""cat >/usr/local/bin/mox_node && chmod 755 /usr/local/bin/mox_node""", input=f"""#!/bin/sh
+exec systemd-run --quiet --pipe --wait {properties} /usr/bin/mox_node "$@"
+""")
+
+
+def clean(host):
+    on(host, "sh", "-c", """
+        rm -f /usr/local/bin/mox_node
+        systemctl disable --quiet --now 'mox-state@*' 'mox-resources@*' mox-database@node1 2>/dev/null
+        for unit in $(systemctl list-units --all --plain --no-legend 'mox-*@*' | cut -d ' ' -f 1); do
+          systemctl disable --quiet --now $unit 2>/dev/null
+        done
+        systemctl reset-failed
+        rm -f /etc/mox/*.cmd
+        ipcrm --all
+        echo 0 >/proc/sys/kernel/shm_rmid_forced""", stderr=subprocess.DEVNULL)
+
+
+def setUpModule():
+    installed = role(mox_package=PACKAGE)
+    if installed.failed != set():
+        raise AssertionError(installed.output)
+
+
+class Fleet(unittest.TestCase):
+    def setUp(self):
+        for host in HOSTS:
+            clean(host)
+
+    def node(self, check=False, **options):
+        return node(check=check, **dict({"nodes": NODES, "user": "mox"}, **options))
+
+    def expect(self, play, changed=(), failed=None):
+        """Exactly these hosts changed, and exactly these failed, each with these words in its reason."""
+        failed = failed or {}
+        self.assertEqual((play.failed, play.changed_hosts()), (set(failed), set(changed)), play.output)
+        for host, words in failed.items():
+            self.assertIn(words, play.reason[host])
+
+    def predicted(self, changed=(), failed=None, **options):
+        """The same task in check mode, which touches nothing and predicts the run, and then the run."""
+        before = {host: standing(host) for host in HOSTS}
+        check = self.node(check=True, **options)
+        self.assertEqual(before, {host: standing(host) for host in HOSTS})
+        self.expect(check, changed, failed)
+        run = self.node(**options)
+        self.expect(run, changed, failed)
+        for host in changed:
+            self.assertEqual(check.result[host]["diff"], run.result[host]["diff"])
+            self.assertNotEqual(run.result[host]["diff"]["before"], run.result[host]["diff"]["after"])
+        return run
+
+    def test_create_again_and_delete(self):
+        self.predicted(changed=HOSTS)
+        for host in HOSTS:
+            owner = int(on(host, "id", "-u", "mox"))
+            self.assertEqual({owner}, {owner for key, size, owner in standing(host).values()})
+            self.assertEqual((keys(host), sizes(host)), (KEYS, {5001: 1048576, 5004: 4194304, 5104: 4194304, 5107: 65536}))
+        before = {host: standing(host) for host in HOSTS}
+        self.predicted(changed=[])
+        self.assertEqual(before, {host: standing(host) for host in HOSTS})
+        found = node(module="node_info")
+        self.assertEqual([[node["ipcbase"] for node in found.result[host]["nodes"]] for host in HOSTS], [[5000, 5100]] * 3)
+        self.predicted(changed=HOSTS, state="absent")
+        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.predicted(changed=[], state="absent")
+
+    def test_lost_segments_are_repaired_on_demand(self):
+        self.node()
+        for host in (H1, H2):
+            on(host, "ipcrm", "-M", "5001")
+        lost = "node-1: some of its objects are missing"
+        before = standing(H3)
+        self.predicted(failed={H1: lost, H2: lost})
+        self.assertEqual(keys(H1), KEYS[1:])
+        self.predicted(changed=[H1, H2], repair=True)
+        self.assertEqual(([keys(host) for host in HOSTS], standing(H3)), ([KEYS] * 3, before))
+        self.predicted(changed=[], repair=True)
+
+    def test_strangers_are_left_alone(self):
+        stranger(H2, 5107)
+        before = standing(H2)
+        self.predicted(changed=[H1, H3], failed={H2: "5107"})
+        self.assertEqual(standing(H2), before)
+        self.predicted(changed=[H1, H3], failed={H2: "5107"}, state="absent")
+        self.assertEqual((standing(H1), standing(H2), standing(H3)), ({}, before, {}))
+
+    def test_nodes_in_use_are_not_deleted(self):
+        self.node()
+        user = attached(H2, 5001)
+        before = standing(H2)
+        self.predicted(changed=[H1, H3], failed={H2: "node-1: "}, state="absent")
+        self.assertEqual(standing(H2), before)
+        waiting = start([{"hosts": "all", "gather_facts": False, "tasks": [
+            {"name": "it", "mox.resources.node": {"nodes": NODES, "state": "absent", "wait": 60}}]}])
+        time.sleep(3)
+        self.assertEqual(keys(H2), KEYS)
+        user.communicate()
+        self.expect(finish(waiting), changed=[H2])
+        self.assertEqual(standing(H2), {})
+
+    def test_two_controllers_at_once(self):
+        tasks = [{"name": "it", "mox.resources.node": {"nodes": NODES, "user": "mox"}}]
+        plays = [{"hosts": "all", "gather_facts": False, "tasks": tasks}]
+        controllers = [start(plays), start(plays)]
+        ended = [finish(controller) for controller in controllers]
+        self.assertEqual([play.failed for play in ended], [set(), set()])
+        self.assertEqual(sorted(ended[0].changed_hosts()) + sorted(ended[1].changed_hosts()), sorted(HOSTS))
+        self.assertEqual([keys(host) for host in HOSTS], [KEYS] * 3)
+
+    def test_killed_in_the_midst_of_a_creation(self):
+        filtered(H2, "semctl", "")  # first called for a set that was just made
+        self.expect(self.node(), changed=[H1, H3], failed={H2: ""})
+        left = keys(H2)
+        self.assertTrue(0 < len(left) < len(KEYS), left)
+        self.assertEqual([keys(H1), keys(H3)], [KEYS, KEYS])
+        on(H2, "rm", "/usr/local/bin/mox_node")
+        self.predicted(failed={H2: "node-1: some of its objects are missing"})
+        self.assertEqual(keys(H2), left)
+        self.predicted(changed=[H2], repair=True)
+        self.predicted(changed=[])
+        self.assertEqual([keys(host) for host in HOSTS], [KEYS] * 3)
+
+    def test_segments_that_would_vanish(self):
+        on(H1, "sh", "-c", "echo 1 >/proc/sys/kernel/shm_rmid_forced")
+        self.predicted(changed=[H2, H3], failed={H1: "shm_rmid_forced"})
+        self.assertEqual(standing(H1), {})
+
+    def test_what_cannot_be_told_is_a_failure(self):
+        self.node(hosts=H3)
+        filtered(H3, "shmget", "EPERM")
+        before = standing(H3)
+        for state in ("present", "absent"):
+            self.expect(self.node(state=state, hosts=H3), failed={H3: "node-1: "})
+        self.expect(node(module="node_info", hosts=H3, nodes=NODES), failed={H3: "node-1: "})
+        self.assertEqual(standing(H3), before)
+
+    def test_devices(self):
+        options = {"module": "device", "path": "/var/tmp/n1", "blocks": 100, "number": 1}
+        for host in HOSTS:
+            on(host, "rm", "-f", "/var/tmp/n1")
+        on(H2, "sh", "-c", "echo other >/var/tmp/n1")
+        other = {H2: "it holds something else"}
+        check = node(check=True, **options)
+        self.expect(check, changed=[H1, H3], failed=other)
+        self.assertEqual(on(H1, "ls", "/var/tmp"), "")
+        run = node(**options)
+        self.expect(run, changed=[H1, H3], failed=other)
+        self.assertEqual(check.result[H1]["diff"], run.result[H1]["diff"])
+        self.assertEqual(on(H2, "cat", "/var/tmp/n1"), "other\n")
+        self.assertIn("Device number        = 1\n", on(H1, "devinit", "-V", "-F", "-f", "/var/tmp/n1"))
+        user = subprocess.Popen([SOURCES / "scripts/hosts.sh", "enter", H2, "sh", "-c", "exec </var/tmp/n1; echo; sleep 60"],
+                                stdout=subprocess.PIPE)
+        user.stdout.readline()
+        self.expect(node(force=True, **options), failed={H2: "somebody has the file open"})
+        on(H2, "pkill", "sleep")
+        user.communicate()
+        self.expect(node(force=True, **options), changed=[H2])
+        self.expect(node(force=True, **options))
+
+
+class Role(Fleet):
+    """The role: units on all hosts, and a database that requires them."""
+
+    def setUp(self):
+        super().setUp()
+        unit = (SOURCES / "examples/systemd/mox-database@.service").read_text()
+        program = STRANGER.replace("sys.stdin.read()", "import signal; signal.pause()").replace('"', "'").replace("\n", "\\n")
+        for host in HOSTS:
+            on(host, "sh", "-c", "cat >/etc/systemd/system/mox-database@.service && systemctl daemon-reload", input=unit.replace(
+                "ExecStart=/bin/sleep infinity", f"ExecStart=/usr/bin/python3 -c \"exec('''{program}''')\" 5001 0 1"))
+
+    def role(self, check=False, text=SMALL, **variables):
+        return role(check=check, **dict({"mox_package": PACKAGE, "mox_nodes": {"node1": text}}, **variables))
+
+    def up(self):
+        """Brings up the nodes by the role, and a database on each."""
+        check = self.role(check=True)
+        run = self.role()
+        self.expect(run, changed=HOSTS)
+        self.assertEqual(check.changed, run.changed)
+        for host in HOSTS:
+            on(host, "systemctl", "enable", "--quiet", "--now", "mox-database@node1")
+        self.expect(self.role())
+
+    def serving(self, host):
+        return on(host, "systemctl", "show", "--property", "MainPID", "--value", "mox-database@node1").strip()
+
+    def test_rolling_change_stops_at_the_first_failure(self):
+        self.up()
+        stranger(H2, 5007)
+        untouched, pids = standing(H3), {host: self.serving(host) for host in HOSTS}
+        rolled = self.role(text=LARGE)
+        self.expect(rolled, changed=[H1, H2], failed={H2: "5007"})
+        self.assertEqual(sizes(H1), {5001: 8192, 5004: 4194304, 5007: 4096})
+        self.assertEqual(sizes(H2), {5001: 4096, 5004: 4194304, 5007: 4096})
+        self.assertEqual((standing(H3), self.serving(H3)), (untouched, pids[H3]))
+        for host in (H1, H2):
+            self.assertNotIn(self.serving(host), ("0", pids[host]), "the database was not started again")
+        self.assertEqual(on(H2, "cat", "/etc/mox/node1.cmd"), SMALL + "\n")
+        # Without the stranger the roll goes on where it stopped; check mode knows what is left to do.
+        on(H2, "ipcrm", "-M", "5007")
+        check = self.role(check=True, text=LARGE)
+        run = self.role(text=LARGE)
+        self.expect(run, changed=[H2, H3])
+        self.assertEqual({host: bool(tasks) for host, tasks in check.changed.items()}, {H1: False, H2: True, H3: True})
+        self.expect(self.role(text=LARGE))
+
+    def test_faulty_descriptions_stop_nothing(self):
+        self.up()
+        before = {host: (standing(host), self.serving(host)) for host in HOSTS}
+        self.expect(self.role(text="create nod-1: ipcbase=5000"), failed={H1: ""})
+        self.assertEqual(before, {host: (standing(host), self.serving(host)) for host in HOSTS})
+
+    def test_reboot(self):
+        self.up()
+        parent = (LAB / H2 / "pid").read_text()
+        before = standing(H2)
+        on(H2, "systemctl", "reboot")
+        while (LAB / H2 / "pid").read_text() == parent:
+            time.sleep(0.1)
+        subprocess.run([SOURCES / "scripts/hosts.sh", "up", H2], check=True)
+        self.assertEqual(sorted(standing(H2).values()), sorted(before.values()))
+        self.assertNotEqual(self.serving(H2), "0")
+        self.expect(self.role())
+
+    def test_gone_nodes_and_packages_leave_nothing(self):
+        self.up()
+        self.expect(self.role(mox_nodes={}, mox_gone=["node1"]), changed=HOSTS)
+        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.up()
+        removed = finish(start([{"hosts": "all", "gather_facts": False, "tasks": [
+            {"name": "it", "ansible.builtin.apt": {"name": "mox-resources", "state": "absent"}}]}]))
+        self.expect(removed, changed=HOSTS)
+        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.expect(role(mox_package=PACKAGE), changed=HOSTS)
+
+
+if __name__ == "__main__":
+    PACKAGE = str(pathlib.Path(sys.argv.pop(1)).resolve())
+    unittest.main(verbosity=2)
