@@ -21,7 +21,7 @@ HOSTS = sorted(path.parent.name for path in LAB.glob("h*/pid"))
 AT_ONCE = 10
 TEXT = "create node-1: ipcbase=5000, databuf=1048576"
 ENVIRONMENT = dict(os.environ, ANSIBLE_COLLECTIONS_PATH=str(SOURCES / "build/ansible"), ANSIBLE_FORKS=str(AT_ONCE),
-                   ANSIBLE_SSH_ARGS="-o ControlMaster=auto -o ControlPersist=60s", ANSIBLE_SSH_CONTROL_PATH_DIR=str(LAB / "cp"))
+                   ANSIBLE_SSH_ARGS="-o ControlMaster=auto -o ControlPersist=60s")
 
 
 def on_all(command):
@@ -36,7 +36,7 @@ def bare():
 
 def ansible():
     """A play of one task, with no connection that an earlier one left."""
-    shutil.rmtree(LAB / "cp", ignore_errors=True)
+    shutil.rmtree(LAB / "connections", ignore_errors=True)
     options = ["-i", LAB / "inventory", "all", "-m", "mox.resources.node", "-a", json.dumps({"command": TEXT})]
     subprocess.run(["ansible", *options], check=True, stdout=subprocess.DEVNULL, env=ENVIRONMENT)
 

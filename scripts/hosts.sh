@@ -162,8 +162,10 @@ EOF
   {
     echo '[lab]'
     printf 'h%s\n' $(seq "$count")
-    printf '[lab:vars]\nansible_ssh_common_args="-F %s"\nansible_python_interpreter=/usr/bin/python3\n' \
-      "$MOX_LAB/ssh_config"
+    echo '[lab:vars]'
+    echo "ansible_ssh_common_args=\"-F $MOX_LAB/ssh_config\""
+    echo "ansible_control_path_dir=$MOX_LAB/connections" # not those of another laboratory's h1
+    echo ansible_python_interpreter=/usr/bin/python3
   } >"$MOX_LAB/inventory"
 }
 
