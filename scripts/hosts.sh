@@ -11,7 +11,7 @@
 set -euo pipefail
 
 cache=${MOX_HOSTS_CACHE:-/var/cache/mox-hosts}
-mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
+mirror=${DEBIAN_MIRROR:-} # empty: debootstrap knows one
 packages=systemd-sysv,dbus,openssh-server,python3,python3-apt,procps
 ipc_limits='shmmni shmmax shmall sem shm_rmid_forced'
 
@@ -30,7 +30,7 @@ base_root() {
   if [ ! -d "$root" ]; then
     echo "making the root of the hosts, once" >&2
     rm -rf --one-file-system "$root.part"
-    debootstrap --variant=minbase --include="$packages" bookworm "$root.part" "$mirror" \
+    debootstrap --variant=minbase --include="$packages" bookworm "$root.part" ${mirror:+"$mirror"} \
       >"$cache/debootstrap.log" 2>&1 || {
       tail -n 20 "$cache/debootstrap.log" >&2
       exit 1
@@ -162,8 +162,10 @@ EOF
   {
     echo '[lab]'
     printf 'h%s\n' $(seq "$count")
-    printf '[lab:vars]\nansible_ssh_common_args="-F %s"\nansible_python_interpreter=/usr/bin/python3\n' \
-      "$MOX_LAB/ssh_config"
+    echo '[lab:vars]'
+    echo "ansible_ssh_common_args=\"-F $MOX_LAB/ssh_config\""
+    echo "ansible_control_path_dir=$MOX_LAB/connections" # not those of another laboratory's h1
+    echo ansible_python_interpreter=/usr/bin/python3
   } >"$MOX_LAB/inventory"
 }
 

@@ -71,10 +71,10 @@ def node(check=False, hosts="all", module="node", **options):
     return finish(start([{"hosts": hosts, "gather_facts": False, "tasks": [task]}], *(["--check"] if check else [])))
 
 
-def role(check=False, **variables):
-    """The role on one host after the other, as its playbook has it."""
-    play = {"hosts": "all", "gather_facts": False, "serial": 1, "max_fail_percentage": 0,
-            "vars": variables, "roles": ["mox.resources.host"]}
+def role(check=False, serial=None, **variables):
+    """The role, on all hosts at once, or on so many after another as its playbook has it."""
+    rolling = {} if serial is None else {"serial": serial, "max_fail_percentage": 0}
+    play = {"hosts": "all", "gather_facts": False, "vars": variables, "roles": ["mox.resources.host"], **rolling}
     return finish(start([play], *(["--check"] if check else [])))
 
 
