@@ -120,6 +120,7 @@ class CommandLine(NodeTest):
             self.assertEqual(result.err, f"Error: {result.json['error']}\n")
         with open(self.path("good"), encoding="ascii") as file:
             self.assertEqual(mox_node("status", "-f", "-", stdin=file).status, 2)
+        self.assertEqual(mox_node("status", "-f", "-", input=NODE.encode()).status, 2)
         self.assertEqual(mox_node("status", "-f", self.path("good")).status, 2)
 
 
