@@ -120,6 +120,7 @@ class CommandLine(NodeTest):
             self.assertEqual(result.err, f"Error: {result.json['error']}\n")
         with open(self.path("good"), encoding="ascii") as file:
             self.assertEqual(mox_node("status", "-f", "-", stdin=file).status, 2)
+        self.assertEqual(mox_node("status", "-f", "-", input=NODE.encode()).status, 2)
         self.assertEqual(mox_node("status", "-f", self.path("good")).status, 2)
 
 
@@ -214,13 +215,13 @@ node-9 absent ipcbase=6000 attached=0
         make_node(5000, (1, 1048576), (3, 2 ** 31), (5, 2 ** 31 - 1))
         # Overlaps the node at 5000, and is overlapped in its turn by the next one.
         make_node(5006)
-        make_node(5013)
+        make_node(5008)
         make_node(2147483643)
         result = mox_node("status", "--all")
         self.assertEqual(result.out, """\
 create node-1: ipcbase=1, databuf=8, nlogbuf=4194304, evbuf=3
 create node-2: ipcbase=5000, databuf=1048576, sqlbuf=2147483647
-create node-3: ipcbase=5013
+create node-3: ipcbase=5008, tlogbuf=4194304
 create node-4: ipcbase=2147483643
 """)
         self.assertEqual((result.status, result.err), (
@@ -230,7 +231,7 @@ create node-4: ipcbase=2147483643
             self.assertEqual(mox_node("status", *line.split()).status, 0)
         report = mox_node("status", "--all", "-o", "json").json
         self.assertEqual([(node["node"], node["ipcbase"]) for node in report["nodes"]],
-                         [(1, 1), (2, 5000), (3, 5013), (4, 2147483643)])
+                         [(1, 1), (2, 5000), (3, 5008), (4, 2147483643)])
         self.assertEqual(len(report["nodes"][1]["segments"]), 4)
 
     def test_all_of_one_user(self):
@@ -412,7 +413,8 @@ class Devices(NodeTest):
         self.path("file", "x")
         os.link(self.path("file"), self.path("same"))
         os.symlink("new", self.path("link"))
-        names = ["file", "same", "new", "link", "new", "other", "missing/x", "missing/x"]
+        os.mkdir(self.path("folder"))
+        names = ["file", "same", "new", "link", "new", "folder/new", "missing/x", "missing/x"]
         report = self.plan(*map(self.path, names)).json
         self.assertEqual([node["devices"][0]["check"] for node in report["nodes"]],
                          ["empty", "twice", "create", "twice", "twice", "create", None, None])

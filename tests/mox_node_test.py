@@ -400,13 +400,15 @@ def rows_of_kernel():
 
 
 class Limits(NodeTest):
+    ODD = TWO.replace("1048576", "1048577")  # ends in a page of its own
+
     def setUp(self):
         super().setUp()
         if not os.access("/proc/sys/kernel/shmmni", os.W_OK):
             self.skipTest("skipped: limits are fixed")
 
     def limits(self, status):
-        result = verb("plan", TWO)
+        result = verb("plan", self.ODD)
         self.assertEqual(result.status, status, result.out)
         return {limit["name"]: limit for limit in result.json["limits"]}
 
@@ -414,13 +416,13 @@ class Limits(NodeTest):
         stand(5012)
         segment(1, 4097)
         remove_segment(5012)
-        needs = {"shmmni": (1, 3), "shmmax": (None, DICTIONARY), "shmall": (2, 2304),
+        needs = {"shmmni": (1, 3), "shmmax": (None, DICTIONARY), "shmall": (2, 2305),
                  "semmni": (0, 2), "semmsl": (None, 8), "semmns": (0, 16)}
         self.assertEqual({name: (limit["in_use"], limit["needed"])
                           for name, limit in self.limits(0).items()}, needs)
         sem = "32000 1024000000 500 32000"
         for name, setting, exact, below in (
-                ("shmmni", "shmmni", "4", "3"), ("shmall", "shmall", "2306", "2305"),
+                ("shmmni", "shmmni", "4", "3"), ("shmall", "shmall", "2307", "2306"),
                 ("shmmax", "shmmax", str(DICTIONARY), str(DICTIONARY - 1)),
                 ("semmsl", "sem", "8 1024000000 500 32000", "7 1024000000 500 32000"),
                 ("semmns", "sem", "32000 16 500 32000", "32000 15 500 32000"),
@@ -433,7 +435,7 @@ class Limits(NodeTest):
                 self.assertEqual([key for key, limit in self.limits(6).items()
                                   if not limit["fits"]], [name])
                 # The kernel is of the same opinion, and nothing is left.
-                self.assertEqual((verb("up", TWO).status, held()), (1, ([1], [])))
+                self.assertEqual((verb("up", self.ODD).status, held()), (1, ([1], [])))
                 kernel_setting(setting, before if setting != "sem" else sem)
 
     def test_limits_that_are_none(self):
@@ -444,18 +446,18 @@ class Limits(NodeTest):
         kernel_setting("shm_rmid_forced", "1")
         limit = self.limits(6)["shm_rmid_forced"]
         self.assertEqual((limit["limit"], limit["needed"], limit["fits"]), (0, 3, False))
-        result = verb("up", TWO)
+        result = verb("up", self.ODD)
         self.assertEqual((result.status, held()), (1, NOTHING))
         self.assertIn("kernel.shm_rmid_forced is set", result.json["error"])
         # Without a segment to be made, it does not matter.
         kernel_setting("shm_rmid_forced", "0")
-        stand(5001, 5004, 5012, 5013)
+        stand(5001, 5004, 5012, 5013, database=1048577)
         kernel_setting("shm_rmid_forced", "1")
-        self.assertEqual(verb("up --repair", TWO).status, 0)
+        self.assertEqual(verb("up --repair", self.ODD).status, 0)
 
     def test_committed_memory(self):
         self.put_over("/proc/sys/vm/overcommit_memory", "2\n")
-        needed = DICTIONARY * 2 + 1048576
+        needed = DICTIONARY * 2 + 1048576 + 4096
         for limit, fits in ((needed // 1024 + 100, True), (needed // 1024 + 99, False)):
             self.put_over("/proc/meminfo", f"MemTotal: 5 kB\nCommitLimit: {limit} kB\n"
                                       "Committed_AS:     100 kB\n")
@@ -544,12 +546,12 @@ class Turns(NodeTest):
 
     def test_an_object_that_changed_hands_stays(self):
         stand(5001, 5004, 5005)
-        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=shmctl", "-e",
-                   "inject=shmctl:delay_enter=2000000:when=3", "mox_node", "down",
+        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=semctl", "-e",
+                   "inject=semctl:delay_exit=2000000:when=1", "mox_node", "down",
                    *NODE.split()]
         with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                               text=True) as down:
-            time.sleep(1)  # it has looked, and is about to remove the first segment
+            time.sleep(1)  # it has looked at everything, and removed nothing yet
             remove_segment(5001)
             stranger = segment(5001, 77)
             _, error = down.communicate()

@@ -101,6 +101,7 @@ Node node_of(const resmgr::op& record) {
 
 void refuse_overlap(const std::vector<Node>& nodes) {
   std::vector<const Node*> sorted;
+  sorted.reserve(nodes.size());
   for (const Node& node : nodes) sorted.push_back(&node);
   std::ranges::sort(sorted, {}, &Node::ipcbase);
   for (std::size_t i = 1; i < sorted.size(); ++i) {

@@ -21,13 +21,12 @@ namespace {
 constexpr int between_looks = 200;  // milliseconds
 
 // By the identifier that was looked at: what stands on the key by now may be somebody else's. 0, or
-// the errno; an object that is gone already is removed.
+// the errno.
 int remove(const ObjectReport& object) {
   const int id = object.look.object.id;
   const int result =
       object.kind() == Kind::SEGMENT ? shmctl(id, IPC_RMID, nullptr) : semctl(id, 0, IPC_RMID);
-  if (result == 0 || errno == EINVAL || errno == EIDRM) return 0;
-  return errno;
+  return result == 0 ? 0 : errno;
 }
 
 void note_attached(const ObjectReport& object, std::uint64_t& bytes) {
@@ -56,10 +55,12 @@ ExitStatus remove_all(const Task& task, Report& report) {
   for_each_wanted(report.nodes, [&](const NodeReport& node, const ObjectReport& object) {
     if (const int signal = pendingInterrupt(); signal != 0) end_by(signal, task, report);
     if (object.state != State::PRESENT) return;
-    report.changed = true;
-    if (const int error = remove(object); error != 0) {
+    const int error = remove(object);
+    if (error == EINVAL || error == EIDRM) return;  // somebody else has removed it
+    if (error != 0) {
       failures += Failure("removing " + full_name(node, object), error).what() + std::string("; ");
     } else {
+      report.changed = true;
       note_attached(object, attached_bytes);
     }
   });

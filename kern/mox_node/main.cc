@@ -38,7 +38,7 @@ std::string rendered(const Report& report, const Options& options, const Output&
   }
   if (options.all) {
     std::vector<std::string> warnings;
-    const std::string commands = to_commands(report, warnings);
+    std::string commands = to_commands(report, warnings);
     for (const std::string& warning : warnings) tell(warning.c_str());
     return commands;
   }

@@ -123,7 +123,9 @@ def words_of(line):
 
 
 def mox_node(*words, prefix=(), **options):
-    options = {"stdin": subprocess.DEVNULL, "timeout": 120} | options
+    if "input" not in options:
+        options = {"stdin": subprocess.DEVNULL} | options
+    options = {"timeout": 120} | options
     done = subprocess.run([*prefix, "mox_node", *words], capture_output=True, check=False,
                           **options)
     done.stdout = done.stdout.decode("utf-8", "surrogateescape")
