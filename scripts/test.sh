@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
 need g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev mandoc python3 strace util-linux \
-  e2fsprogs valgrind python3-jsonschema jq prometheus logrotate make pkg-config
+  e2fsprogs valgrind python3-jsonschema jq libfuse3-dev prometheus logrotate make pkg-config
 
 preset=${1:-debug}
 cmake --preset "$preset" -G Ninja
