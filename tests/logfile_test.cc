@@ -211,10 +211,17 @@ TEST_F(LogFile, MessageCutOffByAFullDiskIsEndedBeforeTheNextOne) {
   });
   fs::remove(disk / "other");
   log(LEVEL_INF, "after\n");
-  EXPECT_EQ(without_time(told), "       WRN p:P T could not write file " + (disk / "log") +
-                                    ":No space left on device\n|");
+  const std::string once =
+      "       WRN p:P T could not write file " + (disk / "log") + ":No space left on device\n|";
+  EXPECT_EQ(without_time(told), once);
   const std::string text = plain(without_complaints(read_file(disk / "log")));
   EXPECT_TRUE(text.ends_with("x\np:P after\n")) << text.substr(text.size() - 20);
+
+  // The next time that the disk is full is reported again.
+  EXPECT_EQ(without_time(printed([] {
+              for (int i = 0; i < 20; ++i) log(LEVEL_INF, (std::string(3900, 'y') + "\n").c_str());
+            })),
+            once);
 }
 
 // The pipe holds less than the message: signals arrive while its rest waits for the reader.
@@ -283,16 +290,22 @@ TEST_F(LogFile, FileOfAnotherUserIsNotTakenInASharedFolder) {
 }
 
 TEST_F(LogFile, NoDescriptorOfTheLoggerIsLeftToAProgramThatIsExecuted) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const std::string own = "/proc/self/fd/" + std::to_string(ends[1]);
+  const std::string pipe = fs::read_symlink(own);
   log_to(file_);
-  logmsg.setMethod(LEVEL_WRN, LogMethod::TO_STDOUT);
+  logmsg.setFileName(LEVEL_WRN, own.c_str());
   log_at_all_levels();
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
     const int fd = std::stoi(entry.path().filename());
     std::error_code error;
     const std::string target = fs::read_symlink(entry.path(), error);
-    if (target != file_ && target.find("socket") == std::string::npos) continue;
+    if (target != file_ && target != pipe) continue;
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd << " " << target;
   }
+  close(ends[0]);
+  close(ends[1]);
   const pid_t parent = getpid();
   log(LEVEL_INF, "parent\n");
   if (fork() == 0) {

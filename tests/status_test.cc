@@ -57,8 +57,9 @@ TEST(Status, ParameterThatFillsTheLastByteIsStored) {
 }
 
 TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
-  EXPECT_STREQ(Status::getText(MOX_NORMAL), "Normal successful completion");
-  EXPECT_STREQ(Status::getText(MOX_INVALID_OPTION), "Invalid option");
+#define EXPECT_ITS_TEXT(number, name, text) EXPECT_STREQ(Status::getText(name), text);
+  MOX_NUMBERS(EXPECT_ITS_TEXT)
+#undef EXPECT_ITS_TEXT
   EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(0x10000 + 5515)),
                "Shared memory segment with key \"%1\" exists already");
   // 127 further on in the same chain.
