@@ -201,17 +201,20 @@ TEST_F(Attacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
     RunResult search;
     std::thread run_search([&search, what = delay] {
       bool struck = false;
-      search = run_with_fault({MOX_RES_MGR, "create", "--search", "node-1: ipcbase=100"},
-                              {"semget", what}, 1, struck);
+      // Node 0, which is complete by then, has taken three looks at its set.
+      search = run_with_fault(
+          {MOX_RES_MGR, "create", "--search", "node-0: ipcbase=50 node-1: ipcbase=100"},
+          {"semget", what}, 4, struck);
     });
     std::this_thread::sleep_for(500ms);
     run("create", "node-2: ipcbase=100");
     run_search.join();
-    EXPECT_EQ(search.out, tried + std::string("checking ipcbase 105\nnode-1:ipcbase=105\n"));
+    EXPECT_EQ(search.out, std::string("checking ipcbase 50\nnode-0:ipcbase=50\n") + tried +
+                              "checking ipcbase 105\nnode-1:ipcbase=105\n");
     EXPECT_EQ(search.status, 0);
-    EXPECT_EQ(segment_keys(), (std::vector<int>{104, 109}));
-    EXPECT_EQ(set_keys(), (std::vector<int>{105, 110}));
-    run("delete", "node-1: ipcbase=100 node-2: ipcbase=105");
+    EXPECT_EQ(segment_keys(), (std::vector<int>{54, 104, 109}));
+    EXPECT_EQ(set_keys(), (std::vector<int>{55, 105, 110}));
+    run("delete", "node-0: ipcbase=50 node-1: ipcbase=100 node-2: ipcbase=105");
   }
 }
 

@@ -159,6 +159,11 @@ TEST_F(Signals, ThoseThatEndNoProcessChangeNothing) {
   }
 }
 
+TEST_F(Signals, AKillLosesNoLineThatWasPrinted) {
+  EXPECT_EQ(struck_run(create, SIGKILL).out, "checking ipcbase 1000\n");
+  clean_up();
+}
+
 TEST_F(Signals, OneThatTheCallerIgnoresStaysIgnored) {
   for (const int signal : {SIGHUP, SIGINT, SIGUSR1}) {
     SCOPED_TRACE(signal);
