@@ -1,5 +1,7 @@
 // What other users and other runs can do to a CREATE, CHECK or DELETE of root at the wrong moment.
 #include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -153,7 +155,7 @@ TEST_F(Attacks, APathForgesNoLineOfTheReport) {
   const std::string forged = "node-7:ipcbase=9999";
   const std::string path = folder / ("a\n" + forged + "\n\x1b[2J");
   const std::string shown = folder / ("a\\n" + forged + "\\n\\x1b[2J");
-  for (const std::string rest : {", device-0.size=1", "", " wrong"}) {
+  for (const std::string rest : {", device-0.size=1", "", " wrong\x1b[2J"}) {
     const RunResult check =
         run("check", "node-1: ipcbase=10, device-0.path=\"" + path + "\"" + rest);
     SCOPED_TRACE(check.out + check.err);
@@ -216,6 +218,23 @@ TEST_F(Attacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
     EXPECT_EQ(set_keys(), (std::vector<int>{55, 105, 110}));
     run("delete", "node-0: ipcbase=50 node-1: ipcbase=100 node-2: ipcbase=105");
   }
+}
+
+TEST_F(Attacks, AKeyThatIsTakenBeforeANodeIsCompleteCostsThisNodeABase) {
+  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  RunResult search;
+  std::thread run([&] {  // stops in front of the dictionary of node 2
+    search = run_delayed("create", "--search node-1: ipcbase=100 node-2: ipcbase=100", "shmget", 9);
+  });
+  wait_until([] { return set_keys().size() == 1; });
+  std::this_thread::sleep_for(200ms);
+  shmget(112, 10, IPC_CREAT | 0600);
+  run.join();
+  EXPECT_EQ(search.status, 0);
+  EXPECT_EQ(search.out,
+            "checking ipcbase 100\nnode-1:ipcbase=100\nchecking ipcbase 108\n"
+            "checking ipcbase 116\nnode-2:ipcbase=116\n");
+  EXPECT_EQ(segment_keys(), (std::vector<int>{104, 112, 120}));
 }
 
 TEST_F(Attacks, TwoSearchesAtOnceBothFindABase) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/error_block.h"
+#include "tests/support/fault.h"
 #include "tests/support/ipc_namespace.h"
 #include "tests/support/process.h"
 #include "tests/support/sandbox.h"
@@ -214,6 +215,19 @@ TEST_F(Devices, TheLogTellsWhatWasEmptied) {
   write_file(full, "12345");
   EXPECT_EQ(log("device-0.path=" + full).find("emptied"), std::string::npos);
   EXPECT_EQ(read_file(full), "12345");
+}
+
+TEST_F(Devices, AFileThatCannotBeEmptiedFails) {
+  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  write_file(folder_ / "full", "12345");
+  bool struck = false;
+  const RunResult result = run_with_fault(
+      {MOX_RES_MGR, "check", "node-0: ipcbase=10, " + device(0, folder_ / "full", 1)},
+      {"ftruncate", "error=ETXTBSY"}, 1, struck);
+  EXPECT_TRUE(struck);
+  const std::string text = "Opening file \"" + (folder_ / "full") + "\" failed";
+  EXPECT_NE(result.out.find(error_block(5500, 4, text, ETXTBSY)), std::string::npos) << result.out;
+  EXPECT_EQ(result.err.find("emptied"), std::string::npos) << result.err;
 }
 
 TEST_F(Devices, TheLogTellsWhySpaceIsLacking) {

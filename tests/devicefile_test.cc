@@ -99,6 +99,9 @@ TEST(DeviceFile, IsItsOwnersAloneAndSynchronousWhenAsked) {
   int error = -1;
   EXPECT_TRUE(mox_create_file(folder / "new", error));
   EXPECT_EQ(fs::status(folder / "new").permissions(), fs::perms{0600});
+  MadeFile made;  // whose undo would remove somebody else's file
+  EXPECT_FALSE(mox_create_file(folder / "new", error, &made));
+  EXPECT_EQ(error, EEXIST);
   syncsz = -1;
   EXPECT_EQ(device_open_flags() & O_DSYNC, O_DSYNC);
   syncsz = 32;

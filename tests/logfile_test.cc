@@ -173,10 +173,10 @@ TEST_F(LogFile, PathThatLeadsToAnOwnDescriptorIsThatDescriptor) {
 }
 
 TEST_F(LogFile, StandardOutputWhoseReaderHasGoneEndsNoProgram) {
-  const auto log_to_nobody = [] {
+  const auto log_to_nobody = [](bool socket) {
     signal(SIGPIPE, SIG_DFL);
     int ends[2];
-    if (pipe(ends) != 0) _exit(2);
+    if ((socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends)) != 0) _exit(2);
     close(ends[0]);
     dup2(ends[1], STDOUT_FILENO);
     for (const char* name : {"/dev/stdout", "/missing/log"}) log_to(name);
@@ -186,7 +186,9 @@ TEST_F(LogFile, StandardOutputWhoseReaderHasGoneEndsNoProgram) {
     sigpending(&pending);
     _exit(sigismember(&pending, SIGPIPE));
   };
-  EXPECT_EXIT(log_to_nobody(), testing::ExitedWithCode(0), "");
+  for (const bool socket : {false, true}) {
+    EXPECT_EXIT(log_to_nobody(socket), testing::ExitedWithCode(0), "") << socket;
+  }
 }
 
 TEST_F(LogFile, LimitOnTheSizeOfFilesEndsNoProgram) {
@@ -259,6 +261,28 @@ TEST_F(LogFile, InterruptedWriteIsContinued) {
   reader.join();
   close(ends[0]);
   EXPECT_EQ(plain(without_complaints(received)), "p:P " + std::string(200000, 'x') + "\n");
+}
+
+// As above, of a pipe that another process has made return at once.
+TEST_F(LogFile, WriteThatWouldHaveToWaitIsContinued) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  fcntl(ends[1], F_SETFL, O_NONBLOCK);
+  std::size_t received = 0;
+  std::thread reader([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    char part[4096];
+    for (ssize_t n = 0; (n = ::read(ends[0], part, sizeof part)) > 0;) {
+      received += static_cast<std::size_t>(n);
+    }
+  });
+  log_to("/proc/self/fd/" + std::to_string(ends[1]), std::string(3999, 'x').c_str());
+  for (int i = 0; i < 49; ++i) log(LEVEL_INF, std::string(3999, 'x').c_str());
+  logmsg.setMethodAll(LogMethod::NOWHERE);
+  close(ends[1]);
+  reader.join();
+  close(ends[0]);
+  EXPECT_GE(received, 50U * 3999);
 }
 
 TEST_F(LogFile, FileOfAnotherUserIsNotTakenInASharedFolder) {

@@ -148,9 +148,15 @@ TEST_F(Logger, LinksAreFollowedOnlyWhereNobodyElseCanSetThem) {
   }
   fs::create_symlink("open/folder", folder_ / "detour");
   fs::create_symlink("ring", folder_ / "ring");
+  std::string next = "target";
+  for (int links = 1; links <= 41; ++links) {  // "chain40" leads through 40 of them
+    const std::string name = "chain" + std::to_string(links);
+    fs::create_symlink(std::exchange(next, name), folder_ / name);
+  }
   const std::pair<const char*, bool> cases[] = {
-      {"link", true},      {"folder/a", true},       {"open/../b", true}, {"open/link", false},
-      {"detour/c", false}, {"open/folder/d", false}, {"ring", false},     {"open/", false}};
+      {"chain40", true},   {"chain41", false},   {"link", true},      {"folder/a", true},
+      {"open/../b", true}, {"open/link", false}, {"detour/c", false}, {"open/folder/d", false},
+      {"ring", false},     {"open/", false}};
   for (const auto& [path, opened] : cases) {
     LogMethod method(LogMethod::TO_FILE, folder_ / path);
     EXPECT_EQ(method.open(), opened) << path;
@@ -182,10 +188,23 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   const SmallFileSystem devices("1M");
   if (!devices.refusal.empty()) GTEST_SKIP() << "skipped: " << devices.refusal;
   ASSERT_EQ(mount((devices / "").c_str(), "/dev", nullptr, MS_BIND, nullptr), 0);
+  // Under systemd, where standard error ends in the same journal as the system log.
+  const auto log_to_journal = [] {
+    logmsg.newConfig();  // opens standard error anew
+    struct stat now {};
+    fstat(STDERR_FILENO, &now);
+    const std::string stream = std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
+    setenv("JOURNAL_STREAM", stream.c_str(), 1);
+    log(LEVEL_ERR);
+    unsetenv("JOURNAL_STREAM");
+  };
+  EXPECT_EQ(printed(log_to_journal), "|ERR p:P text\n");  // nobody reads the system log
   const int server = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = {AF_UNIX, "/dev/log"};
   EXPECT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(printed(log_to_journal), "|");
   const std::string output = printed([] {
+    logmsg.newConfig();
     log_at_all_levels();
     logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
     for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
@@ -218,7 +237,8 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   }
   EXPECT_EQ(
       plain(std::regex_replace(received, std::regex("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "), "")),
-      "<132>KORV[P]: WRN p:P text\n<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n"
+      "<131>KORV[P]: ERR p:P text\n<132>KORV[P]: WRN p:P text\n<131>KORV[P]: ERR p:P "
+      "text\n<129>KORV[P]: VSE p:P text\n"
       "<131>KORV[P]: text\n<79>OTHER[P]: DBG p:P 100%s\n<185>OTHER[P]: VSE p:P text\n"
       "<73>OTHER[P]: VSE p:P text\n");
   close(server);

@@ -196,6 +196,14 @@ node-9 absent ipcbase=6000 attached=0
         name, stamp = samples[-1].split()
         self.assertEqual(name, "mox_node_probe_timestamp_seconds")
         self.assertTrue(before <= int(stamp) <= time.time())
+        # Of what the kernel does not tell, there is no sample.
+        self.put_over("/proc/sysvipc/shm", "key shmid\n")
+        refused = mox_node("status", "-o", "prometheus", *NODE.split(),
+                           prefix=("strace", "-qq", "-o", "/dev/null", "-e",
+                                   "inject=shmctl:error=EACCES"))
+        self.assertIn(f'{where},state="unknown"}} 1', refused.out)
+        self.assertNotIn("mox_node_segment_bytes{node=\"1\",ipcbase=\"5000\",buffer=\"dictbuf",
+                         refused.out)
         if not shutil.which("promtool"):
             self.skipTest("skipped: promtool is not installed")
         for text in (result.out, mox_node("status", "--all", "-o", "prometheus", "-u", "54321").out):
@@ -241,6 +249,8 @@ create node-4: ipcbase=2147483643
                        stdout=subprocess.DEVNULL)
         make_node(7000)
         segment(5002, 5)
+        segment(8004, DICTIONARY, NOBODY.pw_uid)  # beside a set of root
+        semaphores(8005)
         report = mox_node("status", "--all", "-u", user, "-o", "json").json
         self.assertEqual([node["ipcbase"] for node in report["nodes"]], [5000])
         self.assertEqual(states(report), ["databuf:present", "dictbuf:present", "set:present"])
@@ -274,6 +284,11 @@ class Output(NodeTest):
                 # What was made stays.
                 self.assertEqual((result.status, result.err, held()),
                                  (1, f"Error: writing {path}: {error}\n", ([5001, 5004], [5005])))
+        path = self.path("large")
+        result = mox_node("status", "--output-file", path, *NODE.split(),
+                          prefix=("prlimit", "--fsize=10"))
+        self.assertEqual((result.status, result.err),
+                         (1, f"Error: writing {path}: File too large\n"))
         self.assertEqual(sorted(os.listdir(self.folder)), ["fifo", "link"])
 
     def test_an_error_goes_where_the_output_goes(self):

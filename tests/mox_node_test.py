@@ -499,6 +499,20 @@ class Turns(NodeTest):
             # Who only looks needs no turn.
             self.assertEqual([verb(line, NODE).status for line in ("status", "plan")], [2, 0])
 
+    def test_a_lock_that_was_removed_meanwhile_binds_nobody(self):
+        with open(self.LOCK, "w", encoding="ascii") as old:
+            fcntl.flock(old, fcntl.LOCK_EX)
+            with subprocess.Popen(["mox_node", "up", *NODE.split()],
+                                  stdout=subprocess.DEVNULL) as up:
+                time.sleep(0.5)
+                os.unlink(self.LOCK)
+                with open(self.LOCK, "w", encoding="ascii") as new:
+                    fcntl.flock(new, fcntl.LOCK_EX)
+                    old.close()
+                    time.sleep(0.5)
+                    self.assertEqual(held(), NOTHING)
+                self.assertEqual((up.wait(), held()), (0, WHOLE))
+
     def test_the_lock_file_serves_every_user(self):
         self.assertEqual(verb("up", NODE, umask=0o777).status, 0)
         status = os.stat(self.LOCK)
@@ -558,6 +572,12 @@ class Turns(NodeTest):
         self.assertEqual(down.returncode, 1, error)
         self.assertIn("left: node-1: databuf (key 5001) is wrong", error)
         self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
+
+    def test_an_interrupt_at_the_last_look_undoes_everything(self):
+        result = mox_node("up", *NODE.split(),
+                          prefix=("strace", "-qq", "-o", "/dev/null", "-e",
+                                  "inject=semget:signal=SIGTERM:when=3"))
+        self.assertEqual((result.status, held()), (-15, NOTHING))
 
     def test_an_object_in_the_way_undoes_everything(self):
         # A stranger's segment appears between the look and the creation.

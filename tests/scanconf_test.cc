@@ -102,6 +102,12 @@ TEST_F(Configuration, FaultLinesAreToldAndSkipped) {
   }
 }
 
+// For the first of several refusals.
+TEST_F(Configuration, StatusIsThatOfTheFirstRefusal) {
+  scan_text("set no_such \"1\"\nset nodes \"x\"\n");
+  EXPECT_EQ(status_.number, MOX_NO_SUCH_VARIABLE);
+}
+
 TEST_F(Configuration, OpeningIsTriedTenTimesAndReadingSixTimes) {
   const std::string tried = "p:P tried to open:" + path_ + "\n";
   std::string all;

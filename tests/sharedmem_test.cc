@@ -4,6 +4,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -159,6 +160,11 @@ TEST_F(Semaphores, ServeAsMutexes) {
   EXPECT_EQ(semctl(utlMappedMutex(), 1, GETVAL), 0);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(urlsem(&status, &table[1]), 0);  // once is enough
   EXPECT_EQ(semctl(utlMappedMutex(), 1, GETVAL), 1);
+
+  // The kernel gives back what a process holds that dies.
+  if (fork() == 0) _exit(uwtsem(&status, &table[0]));
+  wait(nullptr);
+  EXPECT_EQ(semctl(utlMappedMutex(), 0, GETVAL), 1);
 
   table[2].who = 77;
   EXPECT_EQ(ucksem(&status, &state, &index), 0);

@@ -70,10 +70,10 @@ TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
 
 TEST(Status, PlaceholdersThatNameNothingStayOrVanish) {
   Status status;
-  status.set(SEV_SYSTEMERR, MOX_VALUE_OUT_OF_RANGE, 0, {"50%1%i", "acktimeout"});
+  status.set(SEV_SYSTEMERR, MOX_VALUE_OUT_OF_RANGE, 0, {"50%1%i\n", "acktimeout"});
   EXPECT_STREQ(
       status.getText(),
-      "KORV-S-00336: Value \"50%1%i\" of variable \"acktimeout\" is not in the range  to ");
+      "KORV-S-00336: Value \"50%1%i\\n\" of variable \"acktimeout\" is not in the range  to ");
 }
 
 TEST(Status, TextIsFormattedOnceUntilTheStatusIsSetAgain) {
@@ -101,12 +101,17 @@ TEST(Status, TraceStopsAtTwentyAndAnOverlongTextSaysSo) {
   status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
   pushTraceStatus(&status, "up.cc", 8);
   EXPECT_STREQ(status.getText(), "KORV-E-03360: It can't happen here [site.cc:7]\n[up.cc:8]");
-  for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "a/rather/long/path/of/a/source.cc", i);
+  for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "source.cc", i);
   EXPECT_EQ(status.trace_count, 20);
-  status.text[0] = '\0';
-  const std::string text = status.getText();
-  EXPECT_LE(text.size(), 511U);
-  EXPECT_EQ(text.substr(text.size() - 10), "TRUNCATED!");
+  // Wherever the piece begins that does not fit any more.
+  for (std::size_t length = 30; length < 45; ++length) {
+    const std::string file(length, 'f');
+    for (SourcePosition& position : status.trace) position.file = file.c_str();
+    status.text[0] = '\0';
+    const std::string text = status.getText();
+    EXPECT_LE(text.size(), 511U);
+    EXPECT_TRUE(text.ends_with("TRUNCATED!")) << text;
+  }
   fmtstatus_errtrace = 0;
 }
 
