@@ -43,14 +43,11 @@ class DevinitCalls : public testing::Test {
 
 TEST_F(DevinitCalls, EveryCallStartsAfresh) {
   const RunResult result = run_function([this] {
-    const std::string file_word = " -f " + file;
-    call_devinit("-D -S -1 -b 300" + file_word);
-    call_devinit("-V -V -F -b 300" + file_word);
+    call_devinit("-D -S -1 -b 300 -f " + file);
+    call_devinit("-V -V -F -b 300 -f " + file);
     signal(SIGTERM, SIG_DFL);
-    const int status = call_devinit("-b 200 -p" + file_word);
-    struct sigaction present {};
-    sigaction(SIGTERM, nullptr, &present);
-    return status == 0 && present.sa_handler == SIG_DFL ? 0 : 1;
+    const int status = call_devinit("-b 200 -p -f " + file);
+    return signal(SIGTERM, SIG_DFL) == SIG_DFL ? status : 1;
   });
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
@@ -60,14 +57,18 @@ TEST_F(DevinitCalls, EveryCallStartsAfresh) {
   EXPECT_EQ(fs::file_size(file), 12288U + 200 * 8192);
 }
 
-TEST_F(DevinitCalls, ASignalAfterTheEndHasItsUsualEffect) {
-  const RunResult result = run("-b 10", [](const Call& call) -> std::optional<long> {
-    if (call.name == "fsync") raise(SIGTERM);
-    return {};
-  });
-  EXPECT_EQ(result.signal, SIGTERM);
-  EXPECT_NE(result.out.find("Device initialized successfully"), std::string::npos);
-  EXPECT_TRUE(fs::exists(file));
+TEST_F(DevinitCalls, ASignalAtTheLastCallDoesWhatTheCallerWanted) {
+  for (const auto& [action, ended_by] : {std::pair(SIG_DFL, SIGHUP), std::pair(SIG_IGN, 0)}) {
+    signal(SIGHUP, action);
+    const RunResult result = run("-b 10", [](const Call& call) -> std::optional<long> {
+      if (call.name == "fsync") raise(SIGHUP);
+      return {};
+    });
+    EXPECT_EQ(result.signal, ended_by);
+    EXPECT_NE(result.out.find("Device initialized successfully"), std::string::npos);
+    EXPECT_TRUE(fs::exists(file));
+  }
+  signal(SIGHUP, SIG_DFL);
 }
 
 TEST_F(DevinitCalls, InterruptedTransfersAreRetriedNinetyNineTimes) {
@@ -82,44 +83,39 @@ TEST_F(DevinitCalls, InterruptedTransfersAreRetriedNinetyNineTimes) {
   }
 }
 
-TEST_F(DevinitCalls, APartialTransferIsContinued) {
-  const RunResult result = run("-b 300 -p", [](const Call& call) -> std::optional<long> {
-    if (call.name == "pwrite" && call.bytes > 4096) {
-      return syscall(SYS_pwrite64, call.fd, call.buffer, 4096, call.offset);
-    }
-    if (call.name == "pread" && call.bytes > 4096) {
-      return syscall(SYS_pread64, call.fd, call.buffer, 4096, call.offset);
-    }
-    return {};
-  });
-  EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_TRUE(read_file(file).substr(12288, 299 * 8192) == pattern(299 * 8192));
-}
-
-TEST_F(DevinitCalls, WhatDirectTransfersRefuseGoesThroughTheCache) {
-  const RunResult result = run("-b 300 -p", [](const Call& call) {
+TEST_F(DevinitCalls, WhatAPartialOrRefusedDirectTransferLeavesIsDoneToo) {
+  const auto partly = [](const Call& call) -> std::optional<long> {
+    const bool writes = call.name == "pwrite";
+    if ((!writes && call.name != "pread") || call.bytes <= 4096) return {};
+    return syscall(writes ? SYS_pwrite64 : SYS_pread64, call.fd, call.buffer, 4096, call.offset);
+  };
+  const auto only_cached = [](const Call& call) {
     const bool transfer = call.name == "pwrite" || call.name == "pread";
     const bool direct = transfer && (fcntl(call.fd, F_GETFL) & O_DIRECT) != 0;
     return direct ? fail(EINVAL) : std::nullopt;
-  });
-  EXPECT_EQ(result.err, "");
-  EXPECT_TRUE(read_file(file).substr(12288, 299 * 8192) == pattern(299 * 8192));
+  };
+  for (const CallHook& hook : {CallHook(partly), CallHook(only_cached)}) {
+    EXPECT_EQ(run("-b 300 -p", hook).err, "");
+    EXPECT_TRUE(read_file(file).substr(12288, 299 * 8192) == pattern(299 * 8192));
+    fs::remove(file);
+  }
 }
 
 TEST_F(DevinitCalls, FailuresOfTheDiskAreErrors) {
   const struct {
     const char* call;
     int error;
-    const char* text;
-  } cases[] = {{"fsync", EIO, "fsync Input/output error"},
-               {"fdatasync", EDQUOT, "fdatasync Disk quota exceeded"},
-               {"pread", EIO, "verify header Input/output error"},
-               {"pwrite", EIO, "out of space, wrote 0 B of 9 MB Input/output error"}};
-  for (const auto& [name, error, text] : cases) {
-    const RunResult result = run("-S 1 -b 1200", [&, name = name, error = error](const Call& call) {
-      return call.name == name ? fail(error) : std::nullopt;
+    const char *text, *progress;
+  } cases[] = {{"fsync", EIO, "fsync Input/output error", "\n"},
+               {"fdatasync", EDQUOT, "fdatasync Disk quota exceeded", "\n       0 w"},
+               {"pread", EIO, "verify header Input/output error", ""},
+               {"pwrite", EIO, "out of space, wrote 0 B of 9 MB Input/output error", ""}};
+  for (const auto& row : cases) {
+    const RunResult result = run("-S 2 -b 1200", [&](const Call& call) {
+      return call.name == row.call ? fail(row.error) : std::nullopt;
     });
-    EXPECT_EQ(result.err.find("\nDEVINIT-ERROR: " + std::string(text) + "\n"), 0U) << result.err;
+    EXPECT_EQ(result.err.find("\nDEVINIT-ERROR: " + std::string(row.text) + "\n"), 0U);
+    EXPECT_TRUE(result.out.ends_with(row.progress)) << result.out;
     EXPECT_EQ(result.status, 1);
     EXPECT_FALSE(fs::exists(file));
   }
@@ -148,20 +144,18 @@ TEST_F(DevinitCalls, ABlockDeviceIsHeldAndLosesAHeaderThatWasWrittenInPart) {
 // Plants a fault on the disk when the cache is dropped, that is after the writing and before the
 // comparison.
 TEST_F(DevinitCalls, TheComparisonLooksAtEveryByteOnTheDisk) {
-  constexpr long long last = 300LL * 8192 - 1;
-  for (const char* options : {"-l -p -b 300", "-l -p -D -b 300"}) {
-    for (const long long place : {0LL, 8191LL, 8192LL, 1048575LL, 1048576LL, last}) {
-      bool dropped = false;
+  for (const std::string options : {"-l -p -b 300", "-l -p -D -b 300"}) {
+    for (const int place : {0, 8191, 8192, 1048575, 1048576, 300 * 8192 - 1}) {
       bool written_back = false;
-      const RunResult result = run(options, [&](const Call& call) -> std::optional<long> {
+      const auto plant = [&, planted = false](const Call& call) mutable -> std::optional<long> {
         written_back = written_back || call.name == "fdatasync";
-        if (call.name == "posix_fadvise" && !dropped && written_back) {
-          dropped = true;
-          put_at(file, 12288 + place, "\xa5");
-        }
+        if (call.name != "posix_fadvise" || planted || !written_back) return {};
+        planted = true;
+        put_at(file, 12288 + place, "\xa5");
         return {};
-      });
-      EXPECT_EQ(result.err, "\nDEVINIT-ERROR: verify block\n") << options << " " << place;
+      };
+      SCOPED_TRACE(options + " " + std::to_string(place));
+      EXPECT_EQ(run(options, plant).err, "\nDEVINIT-ERROR: verify block\n");
       EXPECT_FALSE(fs::exists(file));
     }
   }
@@ -185,33 +179,30 @@ TEST_F(DevinitCalls, Sigusr1AsksHowFarItIs) {
 
 // The report goes to a file, and errors to a terminal, whose text is shown behind the report.
 TEST_F(DevinitCalls, ATerminalShowsALineThatIsGoneAtTheEnd) {
-  const auto seconds_long = [](const Call& call) -> std::optional<long> {
-    if (call.name == "pwrite" && call.offset >= 12288) usleep(1100000);
-    return {};
-  };
   const RunResult result = run_function([&] {
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
     unlockpt(terminal);
     const int end = open(ptsname(terminal), O_RDWR | O_NOCTTY);
-    const int before = dup(STDERR_FILENO);
     dup2(end, STDERR_FILENO);
     close(end);
-    call_hook = seconds_long;
+    call_hook = [](const Call& call) -> std::optional<long> {
+      if (call.name == "pwrite" && call.offset >= 12288) usleep(1100000);
+      return {};
+    };
     const int status = call_devinit("-l -b 256 -f " + file);
-    dup2(before,
-         STDERR_FILENO);  // the other end is closed: what was written is readable to its end
+    close(STDERR_FILENO);  // the other end is closed: what was written is readable to its end
     char text[1000];
     for (ssize_t count; (count = read(terminal, text, sizeof text)) > 0;) {
       std::printf("%.*s", static_cast<int>(count), text);
     }
     return status;
   });
-  const std::string shown = result.out.substr(result.out.find('\r'));
   const std::string rate = " written, [0-9]+\\.[0-9] MB/s, [0-9]+ s left\x1b\\[K";
   // A busy host may show one of these lines twice.
-  EXPECT_THAT(shown, testing::MatchesRegex("(\r\\[###############---------------\\]  50%" + rate +
-                                           ")+(\r\\[##############################\\] 100%" + rate +
-                                           ")+\r\x1b\\[K"));
+  EXPECT_THAT(result.out.substr(result.out.find('\r')),
+              testing::MatchesRegex("(\r\\[###############---------------\\]  50%" + rate +
+                                    ")+(\r\\[##############################\\] 100%" + rate +
+                                    ")+\r\x1b\\[K"));
   EXPECT_EQ(result.status, 0);
 }
 

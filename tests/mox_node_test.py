@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """The four verbs of mox_node: every verdict, every exit status, and what the kernel then holds."""
+import concurrent.futures
 import fcntl
 import os
 import pathlib
@@ -12,14 +13,17 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from node_host import (LIBC, NOBODY, NodeTest, attach, has_users, held, kernel_setting, mox_node,
-                       remove_segment, rows, segment, semaphores, states,
-                       verb, words_of)
+                       remove_segment, rows, segment, semaphores, states, verb, words_of)
 
 NODE = "create node-1: ipcbase=5000, databuf=1048576"
 TWO = NODE + " node-2: ipcbase=5008"
 DICTIONARY = 4194304
 WHOLE = ([5001, 5004], [5005])
 NOTHING = ([], [])
+NODE_KEYS = (5001, 5004, 5005)
+EVERY_VERB = ("status", "plan", "plan --repair", "up", "up --repair", "down", "down --force")
+AS_NOBODY = {"user": NOBODY.pw_uid, "group": NOBODY.pw_gid}
+TRACE = ["strace", "-qq", "-o", "/dev/null"]
 
 
 def stand(*keys, owner=None, database=1048576, semaphore_count=8):
@@ -29,6 +33,22 @@ def stand(*keys, owner=None, database=1048576, semaphore_count=8):
             semaphores(key, semaphore_count)
         else:
             segment(key, database if key == 5001 else DICTIONARY, owner)
+
+
+def remove_everything():
+    for row in rows("shm"):
+        remove_segment(row["key"])
+    for row in rows("sem"):
+        LIBC.semctl(row["semid"], 0, 0)
+
+
+def meet(when, words, change):
+    """A verb that waits two seconds at the given call, and what `change` does meanwhile."""
+    command = [*TRACE, "-e", f"trace={when.split(':')[0]}", "-e", f"inject={when}", "mox_node", *words]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as run:
+        time.sleep(1)
+        stranger = change()
+        return run.communicate()[1], run.returncode, stranger
 
 
 class Verdicts(NodeTest):
@@ -63,7 +83,7 @@ class Verdicts(NodeTest):
                           for number in range(8)], [1] * 8)
 
     def test_present(self):
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         before = rows("shm")
         self.expect("status", 0, state="present")
         self.assertEqual(self.expect("plan", 0)["nodes"][0]["plan"], "nothing")
@@ -75,7 +95,7 @@ class Verdicts(NodeTest):
         self.assertEqual(held(), NOTHING)
 
     def test_present_and_attached(self):
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         address = attach(5001)
         self.assertEqual(self.expect("status", 0)["nodes"][0]["attached"], 1)
         self.expect("up", 0, changed=False)
@@ -118,26 +138,18 @@ class Verdicts(NodeTest):
         self.assertEqual(held(), NOTHING)
 
     def test_conflict(self):
-        everybody = ("status", "plan", "plan --repair", "up", "up --repair", "down",
-                     "down --force")
-        wrongs = [("a smaller segment", NODE, lambda: stand(5001, 5004, 5005, database=1048575)),
-                  ("a larger one", NODE, lambda: stand(5001, 5004, 5005, database=1048577)),
-                  ("a smaller set", NODE, lambda: stand(5001, 5004, 5005, semaphore_count=7)),
-                  ("a larger set", NODE, lambda: stand(5001, 5004, 5005, semaphore_count=9)),
-                  ("one object alone", NODE, lambda: stand(5001, database=5))]
-        for name, description, prepare in wrongs:
-            with self.subTest(name):
-                prepare()
-                for line in everybody:
-                    self.expect_untouched(line, 4, "conflict", description)
-                for row in rows("shm"):
-                    remove_segment(row["key"])
-                for row in rows("sem"):
-                    LIBC.semctl(row["semid"], 0, 0)
+        for keys, wrong in ((NODE_KEYS, {"database": 1048575}), (NODE_KEYS, {"database": 1048577}),
+                            (NODE_KEYS, {"semaphore_count": 7}),
+                            (NODE_KEYS, {"semaphore_count": 9}), ((5001,), {"database": 5})):
+            with self.subTest(keys=keys, **wrong):
+                stand(*keys, **wrong)
+                for line in EVERY_VERB:
+                    self.expect_untouched(line, 4, "conflict")
+                remove_everything()
 
     def test_owner(self):
         self.need_users()
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         for user, line, status in (("nobody", "status", 4), ("nobody", "up", 4),
                                    ("nobody", "down", 4), (str(NOBODY.pw_uid), "status", 4),
                                    ("root", "status", 0), ("0", "plan", 0)):
@@ -158,11 +170,10 @@ class Verdicts(NodeTest):
     def test_nobody_may_not_give_objects_away(self):
         self.need_users()
         for user in ("root", "54321"):
-            result = verb(f"up -u {user}", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid,
-                          extra_groups=[])
+            result = verb(f"up -u {user}", NODE, **AS_NOBODY, extra_groups=[])
             self.assertEqual((result.status, held()), (1, NOTHING))
             self.assertRegex(result.json["error"], "^only root may give objects to user ")
-        result = verb("up -u nobody", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid)
+        result = verb("up -u nobody", NODE, **AS_NOBODY)
         self.assertEqual((result.status, held()), (0, WHOLE))
 
     def test_a_user_whom_the_namespace_does_not_know(self):
@@ -178,7 +189,7 @@ class Verdicts(NodeTest):
             self.assertEqual((result.status, result.json["error"]), (1, f"unknown user {user}"))
 
     def test_extra_is_named_and_stays(self):
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         stranger = segment(5003, 4096)
         segment(5007, 10)
         segment(5006, 11)  # no buffer's key
@@ -192,13 +203,12 @@ class Verdicts(NodeTest):
         self.assertEqual(held(), ([5003, 5006, 5007], []))
 
     def test_of_several_nodes_the_worst_counts(self):
-        first = (5001, 5004, 5005)
         for keys, database, state, status, plan in (
-                (first + (5012, 5013), 1048576, "present", 0, ["nothing", "nothing"]),
-                (first, 1048576, "mixed", 2, ["nothing", "create"]),
-                (first + (5012,), 1048576, "partial", 3, ["nothing", "refuse"]),
+                (NODE_KEYS + (5012, 5013), 1048576, "present", 0, ["nothing", "nothing"]),
+                (NODE_KEYS, 1048576, "mixed", 2, ["nothing", "create"]),
+                (NODE_KEYS + (5012,), 1048576, "partial", 3, ["nothing", "refuse"]),
                 ((5012,), 1048576, "partial", 3, ["create", "refuse"]),
-                (first + (5012,), 7, "conflict", 4, ["refuse", "refuse"])):
+                (NODE_KEYS + (5012,), 7, "conflict", 4, ["refuse", "refuse"])):
             with self.subTest(keys):
                 stand(*keys, database=database)
                 self.expect("status", status, TWO, state=state)
@@ -210,10 +220,7 @@ class Verdicts(NodeTest):
                 else:
                     self.expect("up", 0, TWO, state="present", before=state,
                                 changed=state == "mixed")
-                for row in rows("shm"):
-                    remove_segment(row["key"])
-                for row in rows("sem"):
-                    LIBC.semctl(row["semid"], 0, 0)
+                remove_everything()
         # In use counts before partial, and wrong before both.
         third = TWO + " node-3: ipcbase=5016"
         stand(5001, 5004, 5012)
@@ -238,10 +245,10 @@ class Verdicts(NodeTest):
         segment(5004, DICTIONARY, mode=0o600)
         semaphores(5005, mode=0)
         for line in ("status", "plan"):
-            result = verb(line, NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid, extra_groups=[])
+            result = verb(line, NODE, **AS_NOBODY, extra_groups=[])
             self.assertEqual((result.status, result.json["state"]), (0, "present"))
         # What it may not remove is named.
-        result = verb("down", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid, extra_groups=[])
+        result = verb("down", NODE, **AS_NOBODY, extra_groups=[])
         self.assertEqual((result.status, held()), (1, WHOLE))
         for name in ("databuf (key 5001)", "dictbuf (key 5004)", "semaphores (key 5005)"):
             self.assertIn(f"removing node-1: {name}: Operation not permitted", result.err)
@@ -256,11 +263,11 @@ class Unknown(NodeTest):
     def refused(self, calls, line, description=NODE, error="EPERM"):
         inject = [word for call in calls.split()
                   for word in ("-e", f"inject={call}:error={error}")]
-        return verb(line, description, prefix=["strace", "-qq", "-o", "/dev/null", *inject])
+        return verb(line, description, prefix=TRACE + inject)
 
     def setUp(self):
         super().setUp()
-        if subprocess.run(["strace", "-qq", "-o", "/dev/null", "true"], check=False).returncode:
+        if subprocess.run([*TRACE, "true"], check=False).returncode:
             self.skipTest("skipped: strace cannot trace here")
         stand(5001, 5005)
         segment(5003, 7)
@@ -286,13 +293,11 @@ class Unknown(NodeTest):
                       result.json["nodes"][0]["reason"])
 
     def test_nothing_is_told(self):
-        objects = {"databuf": "shmctl", "set": "semctl"}
         for table in self.TABLES:
             self.put_over(table, "")
-        for name, call in objects.items():
+        for name, call in (("databuf", "shmctl"), ("set", "semctl")):
             before = rows_of_kernel()
-            for line in ("status", "plan", "plan --repair", "up", "up --repair", "down",
-                         "down --force"):
+            for line in EVERY_VERB:
                 result = self.refused(call, line)
                 node = result.json["nodes"][0]
                 self.assertEqual((result.status, result.json["state"], node["state"],
@@ -338,8 +343,7 @@ class Unknown(NodeTest):
     def test_metrics_leave_out_what_is_unknown(self):
         self.put_over(self.TABLES[0], "")
         result = mox_node("status", "-o", "prometheus", *NODE.split(),
-                          prefix=["strace", "-qq", "-o", "/dev/null", "-e",
-                                  "inject=shmctl:error=EPERM"])
+                          prefix=TRACE + ["-e", "inject=shmctl:error=EPERM"])
         self.assertEqual(result.status, 0)
         self.assertIn('state="unknown"} 1\n', result.out)
         self.assertNotIn("mox_node_attaches{", result.out)
@@ -368,14 +372,12 @@ class Unknown(NodeTest):
         allowed = {"shmget": r"\(\w+, 0, 0+\)", "semget": r"\(\w+, 0, 0+\)",
                    "shmctl": r"\(\d+, (SHM_STAT_ANY|SHM_INFO|0xf /\* SHM_\?\?\? \*/)",
                    "semctl": r"\(\d+, 0, (IPC_64\|)?(SEM_STAT_ANY|SEM_INFO|0x14)",
-                   "openat": r"\([^,]+, [^,]+, O_RDONLY[|A-Z_]*[,)]", "pread64": "", "stat": "",
-                   "newfstatat": "", "fstat": "", "lstat": "", "readlink": "", "statfs": "",
-                   "lseek": "", "access": "", "read": "", "close": "", "getdents64": "",
-                   "write": r"\(3,", "fcntl": r"\(\d, (F_GETFD|F_DUPFD_CLOEXEC|F_GETFL)",
-                   "dup2": "", "ioctl": r".*TCGETS", "rt_sigaction": "", "getpid": "",
-                   "gettid": "", "exit_group": "", "execve": ""}
-        memory = {"mmap", "munmap", "mprotect", "brk", "arch_prctl", "set_tid_address",
-                  "set_robust_list", "rseq", "prlimit64", "getrandom", "futex", "madvise"}
+                   "openat": r"\([^,]+, [^,]+, O_RDONLY[|A-Z_]*[,)]", "ioctl": r".*TCGETS",
+                   "fcntl": r"\(\d, (F_GETFD|F_DUPFD_CLOEXEC|F_GETFL)", "write": r"\(3,"}
+        harmless = set("""pread64 stat newfstatat fstat lstat readlink statfs lseek access read close
+            getdents64 dup2 rt_sigaction getpid gettid exit_group execve mmap munmap mprotect brk
+            arch_prctl set_tid_address set_robust_list rseq prlimit64 getrandom futex madvise
+            """.split())
         self.path("file", b"x" * 20000)
         check = NODE.replace("create", "check") + "".join(
             f", device-{number}.path={self.path(name)}, device-{number}.size=1"
@@ -388,7 +390,7 @@ class Unknown(NodeTest):
             for call in pathlib.Path(log).read_text().splitlines():
                 name, arguments = re.match(r"\d+ +(\w+)(\(.*)", call).groups()
                 seen.add(name)
-                if name not in memory:
+                if name not in harmless:
                     self.assertIn(name, allowed, call)
                     self.assertRegex(arguments, "^" + allowed[name], call)
             self.assertIn("shmctl", seen)
@@ -416,10 +418,12 @@ class Limits(NodeTest):
         stand(5012)
         segment(1, 4097)
         remove_segment(5012)
+        limits = self.limits(0)
+        self.assertEqual([limits[name]["limit"] for name in ("shmmax", "shmall")], [None, None])
         needs = {"shmmni": (1, 3), "shmmax": (None, DICTIONARY), "shmall": (2, 2305),
                  "semmni": (0, 2), "semmsl": (None, 8), "semmns": (0, 16)}
         self.assertEqual({name: (limit["in_use"], limit["needed"])
-                          for name, limit in self.limits(0).items()}, needs)
+                          for name, limit in limits.items()}, needs)
         sem = "32000 1024000000 500 32000"
         for name, setting, exact, below in (
                 ("shmmni", "shmmni", "4", "3"), ("shmall", "shmall", "2307", "2306"),
@@ -437,10 +441,6 @@ class Limits(NodeTest):
                 # The kernel is of the same opinion, and nothing is left.
                 self.assertEqual((verb("up", self.ODD).status, held()), (1, ([1], [])))
                 kernel_setting(setting, before if setting != "sem" else sem)
-
-    def test_limits_that_are_none(self):
-        self.assertEqual([self.limits(0)[name]["limit"] for name in ("shmmax", "shmall")],
-                         [None, None])
 
     def test_segments_that_would_vanish(self):
         kernel_setting("shm_rmid_forced", "1")
@@ -473,16 +473,8 @@ class Turns(NodeTest):
 
     def test_of_many_each_finds_the_work_of_the_one_before(self):
         for line, state, once in (("up", WHOLE, "absent"), ("down", NOTHING, "present")):
-            results = [None] * 8
-
-            def race(number, line=line, results=results):
-                results[number] = verb(line, NODE)
-
-            threads = [threading.Thread(target=race, args=(number,)) for number in range(8)]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
+            with concurrent.futures.ThreadPoolExecutor(8) as runs:
+                results = list(runs.map(verb, [line] * 8, [NODE] * 8))
             self.assertEqual([result.status for result in results], [0] * 8)
             changes = [result.json["before"] for result in results if result.json["changed"]]
             self.assertEqual(changes, [once])
@@ -518,7 +510,7 @@ class Turns(NodeTest):
         status = os.stat(self.LOCK)
         self.assertEqual((status.st_mode & 0o777, status.st_size), (0o444, 0))
         if has_users():
-            result = verb("up", NODE, user=NOBODY.pw_uid, group=NOBODY.pw_gid)
+            result = verb("up", NODE, **AS_NOBODY)
             self.assertEqual(result.status, 0)
 
     def test_a_lock_file_that_is_none(self):
@@ -537,7 +529,7 @@ class Turns(NodeTest):
         self.assertFalse(os.path.exists(self.path("new")))
 
     def test_waiting_for_the_last_to_detach(self):
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         address = attach(5004)
         timer = threading.Timer(1.0, lambda: LIBC.shmdt(address))
         timer.start()
@@ -552,24 +544,21 @@ class Turns(NodeTest):
         self.assertEqual(held(), ([6004], [6005]))
 
     def test_force_comes_after_the_wait(self):
-        stand(5001, 5004, 5005)
+        stand(*NODE_KEYS)
         attach(5004)
         begin = time.monotonic()
         self.assertEqual(verb("down --wait 1 --force", NODE).status, 0)
         self.assertGreaterEqual(time.monotonic() - begin, 1)
 
     def test_an_object_that_changed_hands_stays(self):
-        stand(5001, 5004, 5005)
-        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=semctl", "-e",
-                   "inject=semctl:delay_exit=2000000:when=1", "mox_node", "down",
-                   *NODE.split()]
-        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              text=True) as down:
-            time.sleep(1)  # it has looked at everything, and removed nothing yet
+        stand(*NODE_KEYS)
+        def exchange():  # it has looked at everything, and removed nothing yet
             remove_segment(5001)
-            stranger = segment(5001, 77)
-            _, error = down.communicate()
-        self.assertEqual(down.returncode, 1, error)
+            return segment(5001, 77)
+
+        error, status, stranger = meet("semctl:delay_exit=2000000:when=1", ["down", *NODE.split()],
+                                       exchange)
+        self.assertEqual(status, 1, error)
         self.assertIn("left: node-1: databuf (key 5001) is wrong", error)
         self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
 
@@ -581,16 +570,11 @@ class Turns(NodeTest):
 
     def test_an_object_in_the_way_undoes_everything(self):
         # A stranger's segment appears between the look and the creation.
-        command = ["strace", "-qq", "-o", "/dev/null", "-e", "trace=shmget", "-e",
-                   "inject=shmget:delay_enter=2000000:when=13", "mox_node", "up", *TWO.split()]
-        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              text=True) as up:
-            time.sleep(1)
-            stranger = segment(5012, 77)
-            _, error = up.communicate()
-        self.assertEqual(up.returncode, 1, error)
+        error, status, stranger = meet("shmget:delay_enter=2000000:when=13", ["up", *TWO.split()],
+                                       lambda: segment(5012, 77))
+        self.assertEqual(status, 1, error)
         self.assertIn("node-2: dictbuf (key 5012) was made by somebody else meanwhile", error)
-        self.assertEqual([row["shmid"] for row in rows("shm") if row["key"] == 5012], [stranger])
+        self.assertEqual([row["shmid"] for row in rows("shm")], [stranger])
         self.assertEqual(held(), ([5012], []))
 
 

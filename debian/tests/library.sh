@@ -25,7 +25,27 @@ identifiers() {
   awk 'FNR > 1 { print $1, $2 }' /proc/sysvipc/shm /proc/sysvipc/sem
 }
 
-# attach KEY: holds the segment attached until its standard input ends.
+# hold KEY: a process holds the segment attached until `let_go`.
+hold() {
+  place=$(mktemp -d)
+  mkfifo "$place/hold"
+  attach "$1" <"$place/hold" >"$place/said" &
+  exec 9>"$place/hold"
+  until grep -q attached "$place/said"; do sleep 0.1; done
+}
+
+let_go() {
+  exec 9>&-
+  wait
+}
+
+# impatient NAME: the unit of that name or pattern stops within a second or not at all.
+impatient() {
+  mkdir -p "/run/systemd/system/$1.d"
+  printf '[Service]\nExecStop=\nExecStop=mox_node down --wait 1 -f /etc/mox/%%i.cmd\n' >"/run/systemd/system/$1.d/wait.conf"
+  systemctl daemon-reload
+}
+
 attach() {
   python3 -c 'import ctypes, sys
 libc = ctypes.CDLL(None, use_errno=True)

@@ -12,10 +12,10 @@ struct Call {
   // requests "io_setup", "io_submit" for each transfer, "io_getevents", and "io_event" for each
   // result, which the answer replaces.
   std::string_view name;
-  int fd;        // -1: none
-  void* buffer;  // of a transfer, or the result of statvfs
-  std::size_t bytes;
-  long long offset;
+  int fd = -1;
+  void* buffer = nullptr;  // of a transfer, or the result of statvfs
+  std::size_t bytes = 0;
+  long long offset = 0;
 };
 
 // What the call returns without being made, with the errno that the hook set; or nothing, and the

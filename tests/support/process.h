@@ -10,6 +10,7 @@ struct RunResult {
   std::string err;
   int status = -1;  // exit status; -1 when a signal ended the program
   int signal = 0;   // the signal that ended it, or 0
+  bool operator==(const RunResult& other) const = default;
 };
 
 // argv[0] is the path of the program. The environment is this process's own, with the given

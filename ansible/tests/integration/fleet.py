@@ -47,9 +47,8 @@ class Play:
 def start(plays, *options):
     """Runs plays as ansible-playbook would in a terminal; `finish` gives what they came to."""
     folder = tempfile.TemporaryDirectory()
-    book = pathlib.Path(folder.name, "book.json")
+    book, record = pathlib.Path(folder.name, "book.json"), pathlib.Path(folder.name, "record")
     book.write_text(json.dumps(plays))
-    record = pathlib.Path(folder.name, "record")
     record.touch()
     process = subprocess.Popen(
         ["ansible-playbook", "-i", LAB / "inventory", *options, book], stdin=subprocess.DEVNULL,
@@ -60,15 +59,18 @@ def start(plays, *options):
 def finish(started):
     process, record, folder = started
     output = process.communicate()[0]
-    play = Play([json.loads(line) for line in record.read_text().splitlines()], output)
-    folder.cleanup()
-    return play
+    with folder:
+        return Play([json.loads(line) for line in record.read_text().splitlines()], output)
+
+
+def task(module, hosts="all", **options):
+    """A play of one task."""
+    return [{"hosts": hosts, "gather_facts": False, "tasks": [{"name": "it", module: options}]}]
 
 
 def node(check=False, hosts="all", module="node", **options):
     """One task with a module of the collection."""
-    task = {"name": "it", f"mox.resources.{module}": options}
-    return finish(start([{"hosts": hosts, "gather_facts": False, "tasks": [task]}], *(["--check"] if check else [])))
+    return finish(start(task(f"mox.resources.{module}", hosts, **options), *(["--check"] if check else [])))
 
 
 def role(check=False, serial=None, **variables):
@@ -84,8 +86,7 @@ def command(host, *words):
 
 def on(host, *words, **options):
     """What a command on the host prints, past ssh and Ansible."""
-    done = subprocess.run(command(host, *words), stdout=subprocess.PIPE, text=True, check=False, **options)
-    return done.stdout
+    return subprocess.run(command(host, *words), stdout=subprocess.PIPE, text=True, check=False, **options).stdout
 
 
 def standing(host):
@@ -94,12 +95,17 @@ def standing(host):
     for line in on(host, "cat", "/proc/sysvipc/shm", "/proc/sysvipc/sem").splitlines():
         words = line.split()
         if words[1] in ("shmid", "semid"):
-            kind = words[1][:3]
-        elif kind == "shm":
-            objects[kind, int(words[1])] = (int(words[0]), int(words[3]), int(words[7]))
+            kind, owner = words[1][:3], words.index("uid")
         else:
-            objects[kind, int(words[1])] = (int(words[0]), int(words[3]), int(words[4]))
+            objects[kind, int(words[1])] = (int(words[0]), int(words[3]), int(words[owner]))
     return objects
+
+
+def holding(host, *words):
+    """A command on the host that runs on, from when it printed a line until its standard input is closed."""
+    process = subprocess.Popen(command(host, *words), text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    process.stdout.readline()
+    return process
 
 
 def stranger(host, key, size=4096):
@@ -107,8 +113,4 @@ def stranger(host, key, size=4096):
 
 
 def attached(host, key):
-    """A process that has the segment attached until its standard input is closed."""
-    process = subprocess.Popen(command(host, "python3", "-c", STRANGER, str(key), "0", "1"), text=True,
-                               stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    process.stdout.readline()
-    return process
+    return holding(host, "python3", "-c", STRANGER, str(key), "0", "1")

@@ -10,7 +10,7 @@ import sys
 import time
 import unittest
 
-from fleet import HOSTS, LAB, SOURCES, STRANGER, attached, finish, node, on, role, standing, start, stranger
+from fleet import HOSTS, LAB, SOURCES, STRANGER, attached, finish, holding, node, on, role, standing, start, stranger, task
 
 PACKAGE = None
 H1, H2, H3 = HOSTS
@@ -18,6 +18,10 @@ NODES = [{"node": 1, "ipcbase": 5000, "databuf": 1048576}, {"node": 2, "ipcbase"
 KEYS = [5001, 5004, 5005, 5104, 5105, 5107]
 SMALL = "create node-1: ipcbase=5000, databuf=4096"
 LARGE = "create node-1: ipcbase=5000, databuf=8192, evbuf=4096"
+
+
+def everything():
+    return {host: standing(host) for host in HOSTS}
 
 
 def keys(host):
@@ -75,9 +79,9 @@ class HostsTest(unittest.TestCase):
 
     def predicted(self, changed=(), failed=None, **options):
         """The same task in check mode, which touches nothing and predicts the run, and then the run."""
-        before = {host: standing(host) for host in HOSTS}
+        before = everything()
         check = self.node(check=True, **options)
-        self.assertEqual(before, {host: standing(host) for host in HOSTS})
+        self.assertEqual(before, everything())
         self.expect(check, changed, failed)
         run = self.node(**options)
         self.expect(run, changed, failed)
@@ -96,13 +100,13 @@ class Fleet(HostsTest):
             owner = int(on(host, "id", "-u", "mox"))
             self.assertEqual({owner}, {owner for key, size, owner in standing(host).values()})
             self.assertEqual((keys(host), sizes(host)), (KEYS, {5001: 1048576, 5004: 4194304, 5104: 4194304, 5107: 65536}))
-        before = {host: standing(host) for host in HOSTS}
+        before = everything()
         self.predicted(changed=[])
-        self.assertEqual(before, {host: standing(host) for host in HOSTS})
+        self.assertEqual(before, everything())
         found = node(module="node_info")
         self.assertEqual([[node["ipcbase"] for node in found.result[host]["nodes"]] for host in HOSTS], [[5000, 5100]] * 3)
         self.predicted(changed=HOSTS, state="absent")
-        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.assertEqual(everything(), dict.fromkeys(HOSTS, {}))
         self.predicted(changed=[], state="absent")
 
     def test_lost_segments_are_repaired_on_demand(self):
@@ -131,8 +135,7 @@ class Fleet(HostsTest):
         before = standing(H2)
         self.predicted(changed=[H1, H3], failed={H2: "node-1: "}, state="absent")
         self.assertEqual(standing(H2), before)
-        waiting = start([{"hosts": "all", "gather_facts": False, "tasks": [
-            {"name": "it", "mox.resources.node": {"nodes": NODES, "state": "absent", "wait": 60}}]}])
+        waiting = start(task("mox.resources.node", nodes=NODES, state="absent", wait=60))
         time.sleep(3)
         self.assertEqual(keys(H2), KEYS)
         user.communicate()
@@ -140,9 +143,7 @@ class Fleet(HostsTest):
         self.assertEqual(standing(H2), {})
 
     def test_two_controllers_at_once(self):
-        tasks = [{"name": "it", "mox.resources.node": {"nodes": NODES, "user": "mox"}}]
-        plays = [{"hosts": "all", "gather_facts": False, "tasks": tasks}]
-        controllers = [start(plays), start(plays)]
+        controllers = [start(task("mox.resources.node", nodes=NODES, user="mox")) for _number in range(2)]
         ended = [finish(controller) for controller in controllers]
         self.assertEqual([play.failed for play in ended], [set(), set()])
         self.assertEqual(sorted(ended[0].changed_hosts()) + sorted(ended[1].changed_hosts()), sorted(HOSTS))
@@ -190,11 +191,8 @@ class Fleet(HostsTest):
         self.assertEqual(check.result[H1]["diff"], run.result[H1]["diff"])
         self.assertEqual(on(H2, "cat", "/var/tmp/n1"), "other\n")
         self.assertIn("Device number        = 1\n", on(H1, "devinit", "-V", "-F", "-f", "/var/tmp/n1"))
-        user = subprocess.Popen([SOURCES / "scripts/hosts.sh", "enter", H2, "sh", "-c", "exec </var/tmp/n1; echo; sleep 60"],
-                                stdout=subprocess.PIPE)
-        user.stdout.readline()
+        user = holding(H2, "sh", "-c", "exec 3</var/tmp/n1; echo; cat")
         self.expect(node(force=True, **options), failed={H2: "somebody has the file open"})
-        on(H2, "pkill", "sleep")
         user.communicate()
         self.expect(node(force=True, **options), changed=[H2])
         self.expect(node(force=True, **options))
@@ -225,7 +223,7 @@ class Role(HostsTest):
 
     def comes_up(self):
         check = self.role(check=True)
-        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.assertEqual(everything(), dict.fromkeys(HOSTS, {}))
         run = self.role()
         self.expect(run, changed=HOSTS)
         self.assertEqual(check.changed, run.changed)
@@ -269,12 +267,10 @@ class Role(HostsTest):
 
     def what_goes_leaves_nothing(self):
         self.expect(self.role(mox_nodes={}, mox_gone=["node1"]), changed=HOSTS)
-        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.assertEqual(everything(), dict.fromkeys(HOSTS, {}))
         self.expect(self.role(), changed=HOSTS)
-        removed = finish(start([{"hosts": "all", "gather_facts": False, "tasks": [
-            {"name": "it", "ansible.builtin.apt": {"name": "mox-resources", "state": "absent"}}]}]))
-        self.expect(removed, changed=HOSTS)
-        self.assertEqual([standing(host) for host in HOSTS], [{}] * 3)
+        self.expect(finish(start(task("ansible.builtin.apt", name="mox-resources", state="absent"))), changed=HOSTS)
+        self.assertEqual(everything(), dict.fromkeys(HOSTS, {}))
         self.expect(role(mox_package=PACKAGE), changed=HOSTS)
 
 

@@ -26,20 +26,18 @@ MADE = dict(report("present"), changed=True)
 GONE = dict(report("absent"), changed=True)
 LIMIT = {"name": "shmmni", "limit": 4096, "in_use": 4095, "needed": 2, "fits": False}
 
+DOWN = [said(0, GONE)]
+UP = {"up": [said(0, MADE)], "status": [said(0, PRESENT)]}
+
 # State asked for, options, what the program says, whether that is a change, and the verbs of a run.
 SUCCESSES = [
     ("present", {}, {"plan": [said(0, PRESENT)]}, False, ["plan"]),
-    ("present", {}, {"plan": [said(0, ABSENT)], "up": [said(0, MADE)], "status": [said(0, PRESENT)]},
-     True, ["plan", "up", "status"]),
-    ("present", {"repair": True},
-     {"plan": [said(0, report("partial", plan="repair"))], "up": [said(0, MADE)], "status": [said(0, PRESENT)]},
+    ("present", {}, {"plan": [said(0, ABSENT)], **UP}, True, ["plan", "up", "status"]),
+    ("present", {"repair": True}, {"plan": [said(0, report("partial", plan="repair"))], **UP},
      True, ["plan --repair", "up --repair", "status"]),
     ("absent", {}, {"status": [said(2, ABSENT)]}, False, ["status"]),
-    ("absent", {}, {"status": [said(0, PRESENT), said(2, ABSENT)], "down": [said(0, GONE)]},
-     True, ["status", "down --wait 0", "status"]),
-    ("absent", {}, {"status": [said(3, report("partial")), said(2, ABSENT)], "down": [said(0, GONE)]},
-     True, ["status", "down --wait 0", "status"]),
-    ("absent", {"wait": 9}, {"status": [said(0, report("present", attached=2)), said(2, ABSENT)], "down": [said(0, GONE)]},
+    ("absent", {}, {"status": [said(3, report("partial")), said(2, ABSENT)], "down": DOWN}, True, ["status", "down --wait 0", "status"]),
+    ("absent", {"wait": 9}, {"status": [said(0, report("present", attached=2)), said(2, ABSENT)], "down": DOWN},
      True, ["status", "down --wait 9", "status"]),
 ]
 
@@ -94,16 +92,14 @@ def test_nodes_in_use_stay(bench):
     assert (result["msg"], verbs(asked)) == ("node-1: databuf is attached", ["status", "down --wait 0"])
 
 
-def test_failure_on_the_way_is_told(bench):
-    answers = {"plan": [said(0, ABSENT)], "up": [said(1, {"error": "interrupted"})]}
-    assert bench.act(node, {"nodes": NODES}, answers)[0]["msg"] == "interrupted"
-    answers = {"plan": [said(0, ABSENT)], "up": [said(0, MADE)], "status": [said(3, report("partial"))]}
-    assert bench.act(node, {"nodes": NODES}, answers)[0]["msg"] == "not present after mox_node up"
-
-
-def test_another_controller_was_faster(bench):
-    answers = {"plan": [said(0, ABSENT)], "up": [said(0, PRESENT)], "status": [said(0, PRESENT)]}
-    assert bench.act(node, {"nodes": NODES}, answers)[0]["changed"] is False
+@pytest.mark.parametrize("answers, message", [
+    ({"up": [said(1, {"error": "interrupted"})]}, "interrupted"),
+    (dict(UP, status=[said(3, report("partial"))]), "not present after mox_node up"),
+    (dict(UP, up=[said(0, PRESENT)]), None),  # another controller was faster
+])
+def test_end_of_a_creation_is_told(bench, answers, message):
+    result = bench.act(node, {"nodes": NODES}, {"plan": [said(0, ABSENT)], **answers})[0]
+    assert (result.get("changed", False), result["failed"], result.get("msg")) == (False, message is not None, message)
 
 
 def test_description_reaches_the_program(bench):

@@ -16,16 +16,13 @@ def plan(found, fits=True):
 @pytest.fixture
 def run(bench, tmp_path):
     """Runs the module on a file of the test, found as the test says it is before, and then as it says."""
-    path = tmp_path / "n1"
-
     def run_on(before, after=None, devinit=(0, "", ""), check=False, **params):
-        path.write_bytes(b"")
-        answers = {"plan": [plan(before)] + ([plan(after)] if after else []), "devinit": [devinit]}
-        wanted = dict({"path": str(path), "blocks": 100, "number": 1}, **params)
-        result, asked = bench.run(device, wanted, answers, check)
+        run_on.path.write_bytes(b"")
+        answers = {"plan": [plan(found) for found in (before, after) if found], "devinit": [devinit]}
+        result, asked = bench.run(device, dict({"path": str(run_on.path), "blocks": 100, "number": 1}, **params), answers, check)
         return result, [words for words, text in asked if "plan" not in words]
 
-    run_on.path = path
+    run_on.path = tmp_path / "n1"
     return run_on
 
 
@@ -73,13 +70,11 @@ def test_force_is_refused_while_the_file_is_open(run):
 def test_failures_of_the_initialiser_are_told(run):
     result = run(NONE, devinit=(1, "", "\nDEVINIT-ERROR: open Permission denied\n"))[0]
     assert result["msg"] == f"{run.path}: open Permission denied"
-    result = run(NONE, after=NONE)[0]
-    assert result["msg"] == f"{run.path}: not what was asked for after devinit"
+    assert run(NONE, after=NONE)[0]["msg"] == f"{run.path}: not what was asked for after devinit"
 
 
 def test_space_is_told_beforehand(bench):
-    answers = {"plan": [plan(NONE, fits=False)]}
-    result = bench.run(device, {"path": "/data/n1", "blocks": 100}, answers, check=True)[0]
+    result = bench.run(device, {"path": "/data/n1", "blocks": 100}, {"plan": [plan(NONE, fits=False)]}, check=True)[0]
     assert result["msg"] == f"/data/n1: {SIZE} bytes needed below /data, 10 free"
 
 
