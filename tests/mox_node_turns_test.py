@@ -11,14 +11,16 @@ import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
-from node_host import (AS_NOBODY, LIBC, NODE, NODE_KEYS, NOTHING, TRACE, TWO, WHOLE, NodeTest, attach,
-                       has_users, held, remove_segment, rows, segment, stand, verb)
+from node_host import (AS_NOBODY, LIBC, NODE, NODE_KEYS, NOTHING, TRACE, TWO, WHOLE, NodeTest,
+                       attach, has_users, held, remove_segment, rows, segment, stand, verb)
 
 
 def meet(when, words, change):
     """A verb that waits two seconds at the given call, and what `change` does meanwhile."""
-    command = [*TRACE, "-e", f"trace={when.split(':')[0]}", "-e", f"inject={when}", "mox_node", *words]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as run:
+    only = f"trace={when.split(':')[0]}"
+    command = [*TRACE, "-e", only, "-e", f"inject={when}", "mox_node", *words]
+    pipe = subprocess.PIPE
+    with subprocess.Popen(command, stdout=pipe, stderr=pipe, text=True) as run:
         time.sleep(1)
         stranger = change()
         return run.communicate()[1], run.returncode, stranger
