@@ -219,26 +219,6 @@ TEST_F(Depth, ASyncComesBehindItsChunksAndItsFailureIsReported) {
   }
 }
 
-TEST_F(Depth, AFullFileSystemIsToldAsByOneTransferAtATime) {
-  for (const char* size : {"20m", "21m", "22500k"}) {
-    const SmallFileSystem volume(size);
-    if (!volume.refusal.empty()) GTEST_SKIP() << "skipped: mount: " << volume.refusal;
-    const std::string device = volume / "device";
-    const auto fill = [&](int from) {
-      write_file(device, "");
-      fs::resize_file(device, 100 << 20);  // seems to be free again
-      return Outcome(device, run_function([&] {
-                       deepfrom = from;
-                       return call_devinit(blocks + " -f " + device);
-                     }));
-    };
-    const Outcome plain = fill(INT_MAX);
-    EXPECT_EQ(fill(0), plain) << size;
-    EXPECT_NE(plain.run.err.find("out of space, wrote "), std::string::npos) << plain;
-    EXPECT_EQ(plain.device, "absent");
-  }
-}
-
 TEST_F(Depth, SignalsWithTransfersInFlight) {
   for (const int when : {1, 8, 9, 20}) {
     for (const int signal : {SIGTERM, SIGKILL, SIGUSR1}) {

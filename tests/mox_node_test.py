@@ -1,38 +1,18 @@
 #!/usr/bin/env python3
 """The four verbs of mox_node: every verdict, every exit status, and what the kernel then holds."""
-import concurrent.futures
-import fcntl
 import os
 import pathlib
 import re
 import subprocess
 import sys
-import threading
-import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
-from node_host import (LIBC, NOBODY, NodeTest, attach, has_users, held, kernel_setting, mox_node,
-                       remove_segment, rows, segment, semaphores, states, verb, words_of)
+from node_host import (AS_NOBODY, DICTIONARY, LIBC, NOBODY, NODE, NODE_KEYS, NOTHING, TRACE, TWO,
+                       WHOLE, NodeTest, attach, has_users, held, kernel_setting, mox_node,
+                       remove_segment, rows, segment, semaphores, stand, states, verb, words_of)
 
-NODE = "create node-1: ipcbase=5000, databuf=1048576"
-TWO = NODE + " node-2: ipcbase=5008"
-DICTIONARY = 4194304
-WHOLE = ([5001, 5004], [5005])
-NOTHING = ([], [])
-NODE_KEYS = (5001, 5004, 5005)
 EVERY_VERB = ("status", "plan", "plan --repair", "up", "up --repair", "down", "down --force")
-AS_NOBODY = {"user": NOBODY.pw_uid, "group": NOBODY.pw_gid}
-TRACE = ["strace", "-qq", "-o", "/dev/null"]
-
-
-def stand(*keys, owner=None, database=1048576, semaphore_count=8):
-    """Makes the objects of NODE and of the second node at the given keys."""
-    for key in keys:
-        if key % 8 == 5:
-            semaphores(key, semaphore_count)
-        else:
-            segment(key, database if key == 5001 else DICTIONARY, owner)
 
 
 def remove_everything():
@@ -40,15 +20,6 @@ def remove_everything():
         remove_segment(row["key"])
     for row in rows("sem"):
         LIBC.semctl(row["semid"], 0, 0)
-
-
-def meet(when, words, change):
-    """A verb that waits two seconds at the given call, and what `change` does meanwhile."""
-    command = [*TRACE, "-e", f"trace={when.split(':')[0]}", "-e", f"inject={when}", "mox_node", *words]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as run:
-        time.sleep(1)
-        stranger = change()
-        return run.communicate()[1], run.returncode, stranger
 
 
 class Verdicts(NodeTest):
@@ -466,116 +437,6 @@ class Limits(NodeTest):
                               "needed": needed, "fits": fits})
         self.put_over("/proc/meminfo", "MemTotal: 5 kB\n")
         self.assertIs(self.limits(1)["CommitLimit"]["fits"], None)
-
-
-class Turns(NodeTest):
-    LOCK = "/run/lock/mox_node.lock"
-
-    def test_of_many_each_finds_the_work_of_the_one_before(self):
-        for line, state, once in (("up", WHOLE, "absent"), ("down", NOTHING, "present")):
-            with concurrent.futures.ThreadPoolExecutor(8) as runs:
-                results = list(runs.map(verb, [line] * 8, [NODE] * 8))
-            self.assertEqual([result.status for result in results], [0] * 8)
-            changes = [result.json["before"] for result in results if result.json["changed"]]
-            self.assertEqual(changes, [once])
-            self.assertEqual(held(), state)
-
-    def test_a_turn_that_never_comes(self):
-        with open(self.LOCK, "w", encoding="ascii") as lock:
-            fcntl.flock(lock, fcntl.LOCK_EX)
-            begin = time.monotonic()
-            result = verb("up", NODE)
-            self.assertEqual((result.status, held()), (1, NOTHING))
-            self.assertIn("another up or down is at work", result.json["error"])
-            self.assertTrue(9 < time.monotonic() - begin < 20)
-            # Who only looks needs no turn.
-            self.assertEqual([verb(line, NODE).status for line in ("status", "plan")], [2, 0])
-
-    def test_a_lock_that_was_removed_meanwhile_binds_nobody(self):
-        with open(self.LOCK, "w", encoding="ascii") as old:
-            fcntl.flock(old, fcntl.LOCK_EX)
-            with subprocess.Popen(["mox_node", "up", *NODE.split()],
-                                  stdout=subprocess.DEVNULL) as up:
-                time.sleep(0.5)
-                os.unlink(self.LOCK)
-                with open(self.LOCK, "w", encoding="ascii") as new:
-                    fcntl.flock(new, fcntl.LOCK_EX)
-                    old.close()
-                    time.sleep(0.5)
-                    self.assertEqual(held(), NOTHING)
-                self.assertEqual((up.wait(), held()), (0, WHOLE))
-
-    def test_the_lock_file_serves_every_user(self):
-        self.assertEqual(verb("up", NODE, umask=0o777).status, 0)
-        status = os.stat(self.LOCK)
-        self.assertEqual((status.st_mode & 0o777, status.st_size), (0o444, 0))
-        if has_users():
-            result = verb("up", NODE, **AS_NOBODY)
-            self.assertEqual(result.status, 0)
-
-    def test_a_lock_file_that_is_none(self):
-        precious = self.path("precious", "content")
-        for name, make in (("link", lambda: os.symlink(precious, self.LOCK)),
-                           ("dangling link", lambda: os.symlink(self.path("new"), self.LOCK)),
-                           ("fifo", lambda: os.mkfifo(self.LOCK)),
-                           ("folder", lambda: os.mkdir(self.LOCK))):
-            with self.subTest(name):
-                make()
-                result = verb("up", NODE)
-                self.assertEqual((result.status, held()), (1, NOTHING))
-                self.assertIn(self.LOCK, result.json["error"])
-                os.rmdir(self.LOCK) if name == "folder" else os.unlink(self.LOCK)
-        self.assertEqual(pathlib.Path(precious).read_text(), "content")
-        self.assertFalse(os.path.exists(self.path("new")))
-
-    def test_waiting_for_the_last_to_detach(self):
-        stand(*NODE_KEYS)
-        address = attach(5004)
-        timer = threading.Timer(1.0, lambda: LIBC.shmdt(address))
-        timer.start()
-        begin = time.monotonic()
-        with subprocess.Popen(["mox_node", "down", "--wait", "60", *NODE.split()],
-                              stdout=subprocess.DEVNULL) as waiting:
-            # It gives its turn back while it waits.
-            self.assertEqual(verb("up", "create node-2: ipcbase=6000").status, 0)
-            self.assertLess(time.monotonic() - begin, 1)
-            self.assertEqual(waiting.wait(), 0)
-        self.assertTrue(1 <= time.monotonic() - begin < 30)
-        self.assertEqual(held(), ([6004], [6005]))
-
-    def test_force_comes_after_the_wait(self):
-        stand(*NODE_KEYS)
-        attach(5004)
-        begin = time.monotonic()
-        self.assertEqual(verb("down --wait 1 --force", NODE).status, 0)
-        self.assertGreaterEqual(time.monotonic() - begin, 1)
-
-    def test_an_object_that_changed_hands_stays(self):
-        stand(*NODE_KEYS)
-        def exchange():  # it has looked at everything, and removed nothing yet
-            remove_segment(5001)
-            return segment(5001, 77)
-
-        error, status, stranger = meet("semctl:delay_exit=2000000:when=1", ["down", *NODE.split()],
-                                       exchange)
-        self.assertEqual(status, 1, error)
-        self.assertIn("left: node-1: databuf (key 5001) is wrong", error)
-        self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
-
-    def test_an_interrupt_at_the_last_look_undoes_everything(self):
-        result = mox_node("up", *NODE.split(),
-                          prefix=("strace", "-qq", "-o", "/dev/null", "-e",
-                                  "inject=semget:signal=SIGTERM:when=3"))
-        self.assertEqual((result.status, held()), (-15, NOTHING))
-
-    def test_an_object_in_the_way_undoes_everything(self):
-        # A stranger's segment appears between the look and the creation.
-        error, status, stranger = meet("shmget:delay_enter=2000000:when=13", ["up", *TWO.split()],
-                                       lambda: segment(5012, 77))
-        self.assertEqual(status, 1, error)
-        self.assertIn("node-2: dictbuf (key 5012) was made by somebody else meanwhile", error)
-        self.assertEqual([row["shmid"] for row in rows("shm")], [stranger])
-        self.assertEqual(held(), ([5012], []))
 
 
 if __name__ == "__main__":

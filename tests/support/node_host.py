@@ -25,6 +25,14 @@ CLONE_NEWNS, CLONE_NEWIPC, CLONE_NEWUSER = 0x00020000, 0x08000000, 0x10000000
 MS_BIND, MS_REC, MS_PRIVATE = 4096, 16384, 1 << 18
 IPC_RMID, IPC_SET, IPC_STAT, IPC_CREAT, IPC_EXCL = 0, 1, 2, 0o1000, 0o2000
 NOBODY = pwd.getpwnam("nobody")
+NODE = "create node-1: ipcbase=5000, databuf=1048576"
+TWO = NODE + " node-2: ipcbase=5008"
+DICTIONARY = 4194304
+WHOLE = ([5001, 5004], [5005])
+NOTHING = ([], [])
+NODE_KEYS = (5001, 5004, 5005)
+AS_NOBODY = {"user": NOBODY.pw_uid, "group": NOBODY.pw_gid}
+TRACE = ["strace", "-qq", "-o", "/dev/null"]
 
 
 def _must(result):
@@ -75,6 +83,15 @@ def segment(key, size, uid=None, mode=0o660):
 
 def semaphores(key, count=8, mode=0o660):
     return _must(LIBC.semget(key, count, IPC_CREAT | IPC_EXCL | mode))
+
+
+def stand(*keys, owner=None, database=1048576, semaphore_count=8):
+    """Makes the objects of NODE and of the second node at the given keys."""
+    for key in keys:
+        if key % 8 == 5:
+            semaphores(key, semaphore_count)
+        else:
+            segment(key, database if key == 5001 else DICTIONARY, owner)
 
 
 def remove_segment(key):

@@ -34,8 +34,7 @@ class Play:
         self.output = output
         self.failed = set(entries[-1]["failures"]) if entries and "failures" in entries[-1] else None
         tasks = [entry for entry in entries if "task" in entry]
-        self.changed = {host: {entry["task"] for entry in tasks if entry["host"] == host and entry["changed"]}
-                        for host in HOSTS}
+        self.changed = {host: {entry["task"] for entry in tasks if entry["host"] == host and entry["changed"]} for host in HOSTS}
         self.reason = {entry["host"]: entry["result"].get("msg") for entry in tasks if entry["failed"]}
         self.result = {entry["host"]: entry["result"] for entry in tasks}
         self.hosts = {entry["host"] for entry in tasks}

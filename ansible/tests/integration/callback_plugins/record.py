@@ -34,8 +34,7 @@ class CallbackModule(CallbackBase):
     def v2_runner_on_failed(self, result, ignore_errors=False):
         self.note(result, True)
 
-    def v2_runner_on_unreachable(self, result):
-        self.note(result, True)
+    v2_runner_on_unreachable = v2_runner_on_failed
 
     def v2_playbook_on_stats(self, stats):
         self.write(failures=sorted(set(stats.failures) | set(stats.dark)))

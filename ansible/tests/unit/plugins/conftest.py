@@ -2,7 +2,6 @@
 
 import json
 import os
-import stat
 import subprocess
 from unittest import mock
 
@@ -36,9 +35,8 @@ class Bench:
         self.folder = folder
         self.monkeypatch = monkeypatch
         for name, verbs in (("mox_node", True), ("devinit", False)):
-            path = folder / name
-            path.write_text(PROGRAM.format(home=str(folder), verbs=verbs))
-            path.chmod(path.stat().st_mode | stat.S_IXUSR)
+            (folder / name).write_text(PROGRAM.format(home=str(folder), verbs=verbs))
+            (folder / name).chmod(0o755)
         monkeypatch.setenv("PATH", f"{folder}:{os.environ['PATH']}")
         monkeypatch.setattr(basic.AnsibleModule, "exit_json", lambda _module, **result: self.end(False, result))
         monkeypatch.setattr(basic.AnsibleModule, "fail_json", lambda _module, **result: self.end(True, result))

@@ -63,8 +63,7 @@ def test_run_does_what_check_mode_predicts(bench, state, options, answers, chang
 FAILURES = [
     ("present", {"plan": [said(1, report("unknown", reason="shmget: not permitted"))]}, "node-1: shmget: not permitted"),
     ("present", {"plan": [said(3, report("partial", plan="refuse", reason="databuf is lost"))]}, "node-1: databuf is lost"),
-    ("present", {"plan": [said(4, report("conflict", plan="refuse", reason="key 5001: 8192 bytes"))]},
-     "node-1: key 5001: 8192 bytes"),
+    ("present", {"plan": [said(4, report("conflict", plan="refuse", reason="5001: 8192 bytes"))]}, "node-1: 5001: 8192 bytes"),
     ("present", {"plan": [said(6, report("absent", plan="create", limits=[LIMIT]))]},
      "shmmni does not suffice: 2 needed, 4095 in use, limit 4096"),
     ("present", {"plan": [said(1, {"version": 1, "verb": "plan", "error": "syntax error"})]}, "syntax error"),
