@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,8 +43,7 @@ class Attacks : public IpcTest {
     return run("check", device(path) + ", device-0.size=1").out;
   }
 
-  template <class Condition>
-  static void wait_until(Condition condition) {
+  static void wait_until(const std::function<bool()>& condition) {
     while (!condition()) std::this_thread::sleep_for(10ms);
   }
 
@@ -57,10 +57,11 @@ class TimedAttacks : public Attacks {
     if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
   }
 
+  using Attack = std::function<void()>;
+
   // A run that is stopped for a second at the n-th call of that name, and what happens meanwhile.
-  template <class Attack>
   static RunResult attacked(std::vector<std::string> words, const Fault& delay, int n,
-                            Attack attack) {
+                            const Attack& attack) {
     words.insert(words.begin(), MOX_RES_MGR);
     RunResult result;
     bool struck = false;
@@ -71,8 +72,7 @@ class TimedAttacks : public Attacks {
   }
 
   // A CHECK that is stopped in front of its undo, once it has made the file.
-  template <class Attack>
-  static RunResult attacked_check(const std::string& path, Attack attack) {
+  static RunResult attacked_check(const std::string& path, const Attack& attack) {
     return attacked({"check", device(path) + ", device-0.size=1"}, {"shmdt", "delay_enter=1000000"},
                     1, [&] {
                       wait_until([&] { return fs::exists(path); });
