@@ -1,8 +1,7 @@
 // What other users and other runs can do to a CREATE, CHECK or DELETE of root at the wrong moment.
-#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,6 +9,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,79 +23,88 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
 
-constexpr uid_t stranger = 65534;
+const std::string no_strangers = "skipped: cannot give files away";
+
+// To another user; a link itself, not what it leads to.
+bool give_away(const std::string& path) {
+  return lchown(path.c_str(), 65534, 65534) == 0;
+}
 
 class Attacks : public IpcTest {
  protected:
   static RunResult run(const std::string& command, const std::string& node) {
     return run_program({MOX_RES_MGR, command, node});
   }
-
-  // The same, stopped for a second in front of the n-th call of that name.
-  static RunResult run_delayed(const std::string& command, const std::string& node,
-                               const std::string& call, int n) {
-    bool struck = false;
-    return run_with_fault({MOX_RES_MGR, command, node}, {call, "delay_enter=1000000"}, n, struck);
+  static std::string device(const std::string& path) {
+    return "node-1: ipcbase=10, device-0.path=" + path;
+  }
+  static std::string check(const std::string& path) {
+    return run("check", device(path) + ", device-0.size=1").out;
   }
 
-  template <class Condition>
-  static void wait_until(Condition condition) {
-    for (int waits = 0; !condition(); ++waits) {
-      ASSERT_LT(waits, 1000);
-      std::this_thread::sleep_for(10ms);
-    }
-  }
-
-  // A link of another user, in a folder of that user; false where no file can be given away.
-  static bool plant_link(const std::string& link_folder, const std::string& name,
-                         const std::string& target) {
-    const std::string link = (fs::path(link_folder) / name).string();
-    fs::create_directories(link_folder);
-    fs::create_symlink(target, link);
-    return chown(link_folder.c_str(), stranger, stranger) == 0 &&
-           lchown(link.c_str(), stranger, stranger) == 0;
+  static void wait_until(const std::function<bool()>& condition) {
+    while (!condition()) std::this_thread::sleep_for(10ms);
   }
 
   TempFolder folder;
 };
 
-TEST_F(Attacks, AnExchangedFolderDoesNotLeadTheUndoToAnotherFile) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+class TimedAttacks : public Attacks {
+ protected:
+  void SetUp() override {
+    Attacks::SetUp();
+    if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+  }
+
+  using Attack = std::function<void()>;
+
+  // A run that is stopped for a second at the n-th call of that name, and what happens meanwhile.
+  static RunResult attacked(std::vector<std::string> words, const Fault& delay, int n,
+                            const Attack& attack) {
+    words.insert(words.begin(), MOX_RES_MGR);
+    RunResult result;
+    bool struck = false;
+    std::thread victim([&] { result = run_with_fault(words, delay, n, struck); });
+    attack();
+    victim.join();
+    return result;
+  }
+
+  // A CHECK that is stopped in front of its undo, once it has made the file.
+  static RunResult attacked_check(const std::string& path, const Attack& attack) {
+    return attacked({"check", device(path) + ", device-0.size=1"}, {"shmdt", "delay_enter=1000000"},
+                    1, [&] {
+                      wait_until([&] { return fs::exists(path); });
+                      attack();
+                    });
+  }
+};
+
+TEST_F(TimedAttacks, AnExchangedFolderDoesNotLeadTheUndoToAnotherFile) {
   fs::create_directory(folder / "data");
   fs::create_directory(folder / "victim");
   write_file(folder / "victim/n1", "precious");
-  RunResult check;
-  std::thread run([&] {
-    check = run_delayed(
-        "check", "node-1: ipcbase=10, device-0.path=" + (folder / "data/n1") + ", device-0.size=1",
-        "shmdt", 1);
+  const RunResult check = attacked_check(folder / "data/n1", [&] {
+    fs::rename(folder / "data", folder / "moved");
+    fs::create_symlink("victim", folder / "data");
   });
-  wait_until([&] { return fs::exists(folder / "data/n1"); });
-  fs::rename(folder / "data", folder / "moved");
-  fs::create_symlink("victim", folder / "data");
-  run.join();
   EXPECT_EQ(check.status, 0);
   EXPECT_EQ(read_file(folder / "victim/n1"), "precious");
   EXPECT_FALSE(fs::exists(folder / "moved/n1"));
 }
 
-TEST_F(Attacks, AnExchangedFileIsNotUndone) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+TEST_F(TimedAttacks, AnExchangedFileIsNotUndone) {
   const std::string file = folder / "n1";
-  RunResult check;
-  std::thread run([&] {
-    check = run_delayed("check", "node-1: ipcbase=10, device-0.path=" + file + ", device-0.size=1",
-                        "shmdt", 1);
+  const RunResult check = attacked_check(file, [&] {
+    write_file(folder / "other", "precious");
+    fs::rename(folder / "other", file);
   });
-  wait_until([&] { return fs::exists(file); });
-  write_file(folder / "other", "precious");
-  fs::rename(folder / "other", file);
-  run.join();
-  EXPECT_EQ(check.out, "checking ipcbase 10\nnode-1:ipcbase=10\ncreate file " + file +
-                           "\nremoving file " + file + "\nError: undo of device " + file +
-                           " create failed\n");
-  EXPECT_NE(check.err.find("removing " + file + ": " + std::strerror(ESTALE)), std::string::npos);
+  EXPECT_THAT(check.out, testing::EndsWith("removing file " + file + "\nError: undo of device " +
+                                           file + " create failed\n"));
+  EXPECT_THAT(check.err, HasSubstr("removing " + file + ": " + std::strerror(ESTALE)));
   EXPECT_EQ(read_file(file), "precious");
 }
 
@@ -105,30 +114,33 @@ TEST_F(Attacks, LinksOfOtherUsersAreNotFollowed) {
   fs::create_directory(folder / "root");
   write_file(folder / "root/n1", "precious");
   const std::string links = folder / "theirs";
-  if (!plant_link(links, "new", folder / "created") || !plant_link(links, "old", victim) ||
-      !plant_link(links, "data", folder / "root")) {
-    GTEST_SKIP() << "skipped: cannot give files away: " << std::strerror(errno);
+  fs::create_directory(links);
+  fs::create_symlink(folder / "created", links + "/new");
+  fs::create_symlink(victim, links + "/old");
+  fs::create_symlink(folder / "root", links + "/data");
+  for (const std::string name : {"", "/new", "/old", "/data"}) {
+    if (!give_away(links + name)) GTEST_SKIP() << no_strangers;
   }
-  const auto check = [&](const std::string& name) {
-    return run("check", "node-1: ipcbase=10, device-0.path=" + links + name + ", device-0.size=1")
-        .out;
-  };
-  const auto failed = [&](int number, const std::string& what, const std::string& name) {
-    return error_block(number, 4, what + " \"" + links + name + "\" failed", ELOOP);
-  };
-  EXPECT_NE(check("/new").find(failed(5507, "Operation on file", "/new")), std::string::npos);
+  const struct {
+    std::string path;
+    int number;
+    std::string what;
+  } cases[] = {{links + "/new", 5507, "Operation on file"},
+               {links + "/old", 5500, "Opening file"},
+               {links + "/data/n1", 5500, "Opening file"}};
+  for (const auto& [path, number, what] : cases) {
+    EXPECT_THAT(check(path),
+                HasSubstr(error_block(number, 4, what + " \"" + path + "\" failed", ELOOP)));
+  }
   EXPECT_FALSE(fs::exists(folder / "created"));
-  EXPECT_NE(check("/old").find(failed(5500, "Opening file", "/old")), std::string::npos);
-  EXPECT_NE(check("/data/n1").find(failed(5500, "Opening file", "/data/n1")), std::string::npos);
   EXPECT_EQ(read_file(victim), "precious");
-  const RunResult del = run("delete", "node-1: ipcbase=10, device-0.path=" + links + "/data/n1");
-  EXPECT_NE(del.out.find("Error: delete of file " + links + "/data/n1 failed\n"),
-            std::string::npos);
+  EXPECT_THAT(run("delete", device(links + "/data/n1")).out,
+              HasSubstr("Error: delete of file " + links + "/data/n1 failed\n"));
   EXPECT_EQ(read_file(folder / "root/n1"), "precious");
   // The caller's own link in the same folder is followed, and a link itself can be deleted.
   fs::create_symlink(victim, links + "/mine");
-  EXPECT_EQ(check("/mine").find("Error:"), std::string::npos);
-  run("delete", "node-1: ipcbase=10, device-0.path=" + links + "/old");
+  EXPECT_THAT(check(links + "/mine"), Not(HasSubstr("Error:")));
+  run("delete", device(links + "/old"));
   EXPECT_FALSE(fs::is_symlink(links + "/old"));
   EXPECT_TRUE(fs::exists(victim));
 }
@@ -140,77 +152,63 @@ TEST_F(Attacks, AFileOfAnotherUserInAnOpenFolderIsNotEmptied) {
   write_file(place + "/theirs", "precious");
   write_file(folder / "ours", "precious");
   fs::create_hard_link(folder / "ours", place + "/linked");
-  if (chown((place + "/theirs").c_str(), stranger, stranger) != 0) {
-    GTEST_SKIP() << "skipped: cannot give files away: " << std::strerror(errno);
-  }
-  for (const char* name : {"/theirs", "/linked"}) {
-    const std::string check =
-        run("check", "node-1: ipcbase=10, device-0.path=" + place + name + ", device-0.size=1").out;
-    EXPECT_NE(check.find("Error: open of device " + place + name + " failed\n"), std::string::npos);
-    EXPECT_EQ(read_file(place + name), "precious");
+  if (!give_away(place + "/theirs")) GTEST_SKIP() << no_strangers;
+  for (const std::string& path : {place + "/theirs", place + "/linked"}) {
+    EXPECT_THAT(check(path), HasSubstr("Error: open of device " + path + " failed\n"));
+    EXPECT_EQ(read_file(path), "precious");
   }
 }
 
 TEST_F(Attacks, APathForgesNoLineOfTheReport) {
   const std::string forged = "node-7:ipcbase=9999";
-  const std::string path = folder / ("a\n" + forged + "\n\x1b[2J");
+  const std::string command = device("\"" + (folder / ("a\n" + forged + "\n\x1b[2J\"")));
   const std::string shown = folder / ("a\\n" + forged + "\\n\\x1b[2J");
   for (const std::string rest : {", device-0.size=1", "", " wrong\x1b[2J"}) {
-    const RunResult check =
-        run("check", "node-1: ipcbase=10, device-0.path=\"" + path + "\"" + rest);
-    SCOPED_TRACE(check.out + check.err);
-    EXPECT_NE(check.out.find(shown), std::string::npos);
+    const RunResult check = run("check", command + rest);
+    EXPECT_THAT(check.out, HasSubstr(shown));
     for (const std::string& output : {check.out, check.err}) {
-      EXPECT_EQ(output.find("\n" + forged), std::string::npos);
-      EXPECT_EQ(output.find('\x1b'), std::string::npos);
+      EXPECT_THAT(output, Not(HasSubstr("\n" + forged)));
+      EXPECT_THAT(output, Not(HasSubstr("\x1b")));
     }
   }
-  const RunResult del = run("delete", "node-1: ipcbase=10, device-0.path=\"" + path + "\"");
-  EXPECT_NE(del.out.find("Error: delete of file " + shown + " failed\n"), std::string::npos);
-  EXPECT_NE(del.err.find("removing " + shown + ": "), std::string::npos);
+  const RunResult del = run("delete", command);
+  EXPECT_THAT(del.out, HasSubstr("Error: delete of file " + shown + " failed\n"));
+  EXPECT_THAT(del.err, HasSubstr("removing " + shown + ": "));
 }
 
-TEST_F(Attacks, ASetThatARollbackRemovesIsMissed) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+TEST_F(TimedAttacks, ASetThatARollbackRemovesIsMissed) {
   // The other run has made node 1, fails at node 2, and stops in front of the removal of the set.
   run("create", "node-2: ipcbase=2000");
-  std::thread rollback(
-      [&] { run_delayed("create", "node-1: ipcbase=1000 node-2: ipcbase=2000", "semctl", 2); });
-  wait_until([] { return set_keys().size() == 2; });
-  wait_until([] { return segment_keys().size() == 1; });
-  const RunResult create = run("create", "node-1: ipcbase=1000");
-  rollback.join();
+  RunResult create;
+  attacked({"create", "node-1: ipcbase=1000 node-2: ipcbase=2000"},
+           {"semctl", "delay_enter=1000000"}, 2, [&] {
+             wait_until([] { return set_keys().size() == 2; });
+             wait_until([] { return segment_keys().size() == 1; });
+             create = run("create", "node-1: ipcbase=1000");
+           });
   EXPECT_EQ(create.status, 1);
-  EXPECT_NE(create.out.find(
-                error_block(5521, 3, "Operation on semaphore with key \"1005\" failed", EIDRM)),
-            std::string::npos)
-      << create.out;
+  EXPECT_THAT(create.out, HasSubstr(error_block(
+                              5521, 3, "Operation on semaphore with key \"1005\" failed", EIDRM)));
   EXPECT_EQ(segment_keys(), std::vector<int>{2004});
   EXPECT_EQ(set_keys(), std::vector<int>{2005});
 }
 
 // Somebody takes base 100 while the search looks at the set: before the look, so that the search
 // steps to a base in the midst of the other node; or behind it, so that the creation fails.
-TEST_F(Attacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
+TEST_F(TimedAttacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
   const struct {
     const char* delay;
-    const char* tried;
+    std::string tried;
   } cases[] = {{"delay_enter=1000000", "checking ipcbase 101\n"},
                {"delay_exit=1000000", "checking ipcbase 100\n"}};
   for (const auto& [delay, tried] : cases) {
     SCOPED_TRACE(delay);
-    RunResult search;
-    std::thread run_search([&search, what = delay] {
-      bool struck = false;
-      // Node 0, which is complete by then, has taken three looks at its set.
-      search = run_with_fault(
-          {MOX_RES_MGR, "create", "--search", "node-0: ipcbase=50 node-1: ipcbase=100"},
-          {"semget", what}, 4, struck);
-    });
-    std::this_thread::sleep_for(500ms);
-    run("create", "node-2: ipcbase=100");
-    run_search.join();
+    // Node 0, which is complete by then, has taken three looks at its set.
+    const RunResult search = attacked(
+        {"create", "--search", "node-0: ipcbase=50 node-1: ipcbase=100"}, {"semget", delay}, 4, [] {
+          std::this_thread::sleep_for(500ms);
+          run("create", "node-2: ipcbase=100");
+        });
     EXPECT_EQ(search.out, std::string("checking ipcbase 50\nnode-0:ipcbase=50\n") + tried +
                               "checking ipcbase 105\nnode-1:ipcbase=105\n");
     EXPECT_EQ(search.status, 0);
@@ -220,16 +218,15 @@ TEST_F(Attacks, ASearchGoesOnWhenItsBaseIsTakenMeanwhile) {
   }
 }
 
-TEST_F(Attacks, AKeyThatIsTakenBeforeANodeIsCompleteCostsThisNodeABase) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
-  RunResult search;
-  std::thread run([&] {  // stops in front of the dictionary of node 2
-    search = run_delayed("create", "--search node-1: ipcbase=100 node-2: ipcbase=100", "shmget", 9);
-  });
-  wait_until([] { return set_keys().size() == 1; });
-  std::this_thread::sleep_for(200ms);
-  shmget(112, 10, IPC_CREAT | 0600);
-  run.join();
+TEST_F(TimedAttacks, AKeyThatIsTakenBeforeANodeIsCompleteCostsThisNodeABase) {
+  // Stopped in front of the dictionary of node 2.
+  const RunResult search =
+      attacked({"create", "--search", "node-1: ipcbase=100 node-2: ipcbase=100"},
+               {"shmget", "delay_enter=1000000"}, 9, [] {
+                 wait_until([] { return set_keys().size() == 1; });
+                 std::this_thread::sleep_for(200ms);
+                 shmget(112, 10, IPC_CREAT | 0600);
+               });
   EXPECT_EQ(search.status, 0);
   EXPECT_EQ(search.out,
             "checking ipcbase 100\nnode-1:ipcbase=100\nchecking ipcbase 108\n"
@@ -238,8 +235,7 @@ TEST_F(Attacks, AKeyThatIsTakenBeforeANodeIsCompleteCostsThisNodeABase) {
 }
 
 TEST_F(Attacks, TwoSearchesAtOnceBothFindABase) {
-  constexpr int rounds = 15;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < 15; ++round) {
     const std::string nodes = "node-1: ipcbase=100 node-2: ipcbase=100 node-3: ipcbase=100";
     const auto search = [&] { return run_program({MOX_RES_MGR, "create", "--search", nodes}); };
     std::array<RunResult, 2> runs;

@@ -3,88 +3,57 @@
 #include "common/interrupt.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <string>
+
+#include "tests/support/process.h"
 
 namespace {
 
-const int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT};
-
-// The wait status of a child process that runs the code and would end with 0.
-template <class Code>
-int ending(Code code) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const rlimit no_core{};
-    setrlimit(RLIMIT_CORE, &no_core);
-    code();
-    _exit(0);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  return status;
-}
-
-// Sends the signal from another process, and waits for it.
-void be_signalled(int signal) {
-  const pid_t self = getpid();
-  const pid_t sender = fork();
-  if (sender == 0) _exit(kill(self, signal));
-  while (waitpid(sender, nullptr, 0) != sender && errno == EINTR) continue;
-}
-
-TEST(Interrupts, FaultsThatAnotherProcessSendsAreHeld) {
-  for (const int signal : faults) {
-    const int status = ending([signal] {
+TEST(Interrupts, FaultsOfTheProgramEndItAndThoseThatAnotherProcessSendsAreHeld) {
+  for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+    SCOPED_TRACE(signal);
+    const RunResult own = run_function([signal] {
       holdInterrupts();
-      be_signalled(signal);
-      if (pendingInterrupt() != signal) _exit(1);
+      return std::raise(signal);
     });
-    EXPECT_EQ(status, 0) << signal;
-  }
-}
-
-TEST(Interrupts, FaultsOfTheProgramEndIt) {
-  for (const int signal : faults) {
-    const int status = ending([signal] {
+    EXPECT_EQ(own.signal, signal);
+    const RunResult sent = run_function([signal] {
       holdInterrupts();
-      std::raise(signal);
+      run_program({"/bin/sh", "-c", "kill -" + std::to_string(signal) + " $PPID"});
+      return pendingInterrupt();
     });
-    EXPECT_EQ(WTERMSIG(status), signal);
+    EXPECT_EQ(sent.status, signal);
   }
-  const int status = ending([] {
+  const RunResult crash = run_function([] {
     holdInterrupts();
     volatile std::intptr_t nowhere = 0;
-    *reinterpret_cast<volatile int*>(nowhere) = 1;
+    return *reinterpret_cast<volatile int*>(nowhere);
   });
-  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_NE(crash.signal, 0);
 }
 
 TEST(Interrupts, EndAWaitThatBeginsAfterThem) {
-  const int status = ending([] {
+  const RunResult result = run_function([]() -> int {
     holdInterrupts();
     std::raise(SIGTERM);
     pause();
-    if (pendingInterrupt() != SIGTERM) _exit(1);
     dieOfSignal(pendingInterrupt());
   });
-  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+  EXPECT_EQ(result.signal, SIGTERM);
 }
 
 TEST(Interrupts, DyingOfABlockedSignalGivesItsShellStatus) {
-  const int status = ending([] {
+  const RunResult result = run_function([]() -> int {
     sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGUSR1);
+    sigfillset(&blocked);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     dieOfSignal(SIGUSR1);
   });
-  EXPECT_EQ(WEXITSTATUS(status), 128 + SIGUSR1);
+  EXPECT_EQ(result.status, 128 + SIGUSR1);
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 // The layer over System V shared memory and semaphores, against the kernel.
 #include "common/sharedmem.h"
 
-#include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string>
@@ -45,7 +43,6 @@ TEST_F(SharedMemory, CreatesExclusivelyAndLeavesStrangersAlone) {
   EXPECT_EQ(outcome(), "ok");
   const std::vector<std::string> ours = {"41 660 5000 1"};
   EXPECT_EQ(kernel_segments(), ours);
-  address[4999] = 'x';
 
   char* other = nullptr;
   EXPECT_EQ(sharedCreateIfNotExists(41, 5000, other, status), shmid);
@@ -58,8 +55,7 @@ TEST_F(SharedMemory, CreatesExclusivelyAndLeavesStrangersAlone) {
   EXPECT_EQ(sharedDetach(address, status), 0);
   EXPECT_EQ(sharedDetach(address, status), -1);
   EXPECT_EQ(outcome(), "5513/4/22/");
-  for (int i = 0; i < 2; ++i) sharedRemove(shmid, status);
-  EXPECT_EQ(outcome(), "5511/4/22/" + std::to_string(shmid));
+  sharedRemove(shmid, status);
   sharedRemove(41, 0U, status);
   EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
 }
@@ -70,20 +66,7 @@ TEST_F(SharedMemory, IsRemovedAgainWhenTheHookOfTheProgramCannotLockIt) {
   locking_fails = MOX_NORMAL;
   EXPECT_EQ(outcome(), "3360/4/" + std::to_string(ENOMEM) + "/5000");
   EXPECT_EQ(address, nullptr);
-  EXPECT_TRUE(kernel_segments().empty());
-}
-
-TEST_F(SharedMemory, RemovesByKeyOnlyWhatItOwns) {
-  const int ours = sharedCreate(41, 100, status);
-  shmctl(ours, IPC_RMID, nullptr);
-  const int theirs = shmget(41, 100, IPC_CREAT | 0600);
-  sharedRemoveOwned(41, ours, status);
-  EXPECT_EQ(outcome(), "5511/4/" + std::to_string(EIDRM) + "/" + std::to_string(ours));
-  EXPECT_EQ(segment_keys(), std::vector<int>{41});
-  sharedRemoveOwned(41, theirs, status);
-  EXPECT_EQ(outcome(), "ok");
-  sharedRemoveOwned(41, theirs, status);
-  EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
+  EXPECT_TRUE(nothing_left());
 }
 
 TEST_F(SharedMemory, TellsSizesAndRefusesAnUnexpectedOne) {
@@ -103,23 +86,6 @@ TEST_F(SharedMemory, TellsSizesAndRefusesAnUnexpectedOne) {
   EXPECT_NE(shmget(7, 0, 0), shmid);
 }
 
-TEST_F(SharedMemory, ListsEverySegmentOfTheHost) {
-  unsigned count = 99;
-  EXPECT_TRUE(sharedKeys(nullptr, 0, &count));
-  EXPECT_EQ(count, 0U);
-  // With a hole in the kernel's table, a nameless segment, and one that nobody may read.
-  for (const int key : {5, 6, 7, -3}) shmget(key, 100, IPC_CREAT | (key == 7 ? 0 : 0600));
-  shmctl(shmget(6, 0, 0), IPC_RMID, nullptr);
-  shmget(IPC_PRIVATE, 100, 0600);
-  std::vector<int> keys(8);
-  EXPECT_TRUE(sharedKeys(keys.data(), 8, &count));
-  ASSERT_EQ(count, 4U);
-  std::sort(keys.begin(), keys.begin() + static_cast<int>(count));
-  EXPECT_EQ(std::vector<int>(keys.begin(), keys.begin() + static_cast<int>(count)),
-            (std::vector<int>{-3, 0, 5, 7}));
-  EXPECT_FALSE(sharedKeys(keys.data(), 3, &count));
-}
-
 TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
   MutexHandle handle{};
   EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), -1);
@@ -127,8 +93,6 @@ TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
   EXPECT_EQ(utlRemoveMutex(&status), -1);
   EXPECT_EQ(outcome(), "5522/3/22/9");
 
-  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, -1), -1);
-  EXPECT_EQ(outcome(), "5520/3/" + std::to_string(EINVAL) + "/9");
   EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 8), Whose::OURS);
   EXPECT_EQ(kernel_sets(), std::vector<std::string>{"9 660 8"});
   for (int i = 0; i < 8; ++i) EXPECT_EQ(semctl(utlMappedMutex(), i, GETVAL), 1);
@@ -140,9 +104,6 @@ TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
   EXPECT_EQ(semctl(utlMappedMutex(), 7, SETVAL, 5), 0);
   EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 2), 0);
   EXPECT_EQ(semctl(utlMappedMutex(), 7, GETVAL), 1);
-  utlUnmapMutex();
-  EXPECT_EQ(utlMappedMutex(), -1);
-  EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), 0);
   EXPECT_EQ(utlRemoveMutex(&status), 0);
   EXPECT_TRUE(kernel_sets().empty());
 }

@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
+
+#include "tests/support/sandbox.h"
 
 namespace {
 
@@ -20,8 +20,7 @@ std::string trace(const std::vector<std::string>& options, const std::vector<std
   traced.insert(traced.end(), argv.begin(), argv.end());
   // LeakSanitizer cannot work in a traced process.
   result = run_program(traced, {"ASAN_OPTIONS=detect_leaks=0"});
-  std::ifstream file(log);
-  std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::string text = read_file(log);
   std::filesystem::remove(log);
   return text;
 }
@@ -34,12 +33,6 @@ const std::set<std::string> others = {"exit_group", "futex", "madvise", "mmap",
 #else
 const std::set<std::string> others = {"exit_group", "futex"};
 #endif
-
-// All signals are held one by one, and released: the first of these calls stand for the rest.
-bool stands_for_another(const std::string& name, int own_count) {
-  constexpr int enough = 4;
-  return name == "rt_sigaction" && own_count > enough;
-}
 
 }  // namespace
 
@@ -58,12 +51,11 @@ std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>
   bool started = false;
   for (std::string line; std::getline(lines, line);) {
     const std::string name = line.substr(0, line.find('('));
-    started = started || line.find("fcntl(0, F_GETFD)") == 0;
+    started = started || line.starts_with("fcntl(0, F_GETFD)");
     const int count = ++counts[name];
-    if (started && name.size() != line.size() && !others.contains(name) &&
-        !stands_for_another(name, ++own_counts[name])) {
-      calls.emplace_back(name, count);
-    }
+    if (!started || name.size() == line.size() || others.contains(name)) continue;
+    // All signals are held one by one, and released: the first of these calls stand for the rest.
+    if (++own_counts[name] <= 4 || name != "rt_sigaction") calls.emplace_back(name, count);
   }
   return calls;
 }

@@ -20,7 +20,6 @@ std::string why_no_faults();
 // does before is not the program's to mend): the name, and how many of that name there were so far.
 std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>& argv);
 
-// The fault strikes at the n-th call of each name (1, 2, ...); `struck` is false when there were
-// fewer.
+// The fault strikes at the n-th call of each name, from 1 on, if there are so many: then `struck`.
 RunResult run_with_fault(const std::vector<std::string>& argv, const Fault& fault, int n,
                          bool& struck);

@@ -9,10 +9,10 @@
 // By ascending key: "key permissions bytes attached", "key permissions semaphores".
 std::vector<std::string> kernel_segments();
 std::vector<std::string> kernel_sets();
-
 // The keys alone.
 std::vector<int> segment_keys();
 std::vector<int> set_keys();
+bool nothing_left();
 
 // Each test begins in an empty namespace, and leaves nothing behind.
 class IpcTest : public ::testing::Test {

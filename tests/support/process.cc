@@ -2,25 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
 namespace {
-
-[[noreturn]] void become(const std::vector<std::string>& argv,
-                         const std::vector<std::string>& extra_environment) {
-  for (const std::string& entry : extra_environment) putenv(const_cast<char*>(entry.c_str()));
-  std::vector<char*> words;
-  for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
-  words.push_back(nullptr);
-  execv(words[0], words.data());
-  std::perror(words[0]);
-  _exit(127);
-}
 
 // What was written to a file in memory, and the end of that file.
 std::string taken(int file) {
@@ -38,6 +29,8 @@ RunResult run_function(const std::function<int()>& code) {
   if (out < 0 || err < 0) throw std::runtime_error("memfd_create");
   const pid_t child = fork();
   if (child == 0) {
+    const rlimit no_core{};
+    setrlimit(RLIMIT_CORE, &no_core);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
@@ -46,7 +39,9 @@ RunResult run_function(const std::function<int()>& code) {
     _exit(status);
   }
   int wait_status = 0;
-  if (waitpid(child, &wait_status, 0) != child) throw std::runtime_error("waitpid");
+  while (waitpid(child, &wait_status, 0) != child) {
+    if (errno != EINTR) throw std::runtime_error("waitpid");
+  }
   RunResult result{taken(out), taken(err)};
   if (WIFEXITED(wait_status)) result.status = WEXITSTATUS(wait_status);
   if (WIFSIGNALED(wait_status)) result.signal = WTERMSIG(wait_status);
@@ -55,5 +50,13 @@ RunResult run_function(const std::function<int()>& code) {
 
 RunResult run_program(const std::vector<std::string>& argv,
                       const std::vector<std::string>& extra_environment) {
-  return run_function([&]() -> int { become(argv, extra_environment); });
+  return run_function([&] {
+    for (const std::string& entry : extra_environment) putenv(const_cast<char*>(entry.c_str()));
+    std::vector<char*> words;
+    for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    execv(words[0], words.data());
+    std::perror(words[0]);
+    return 127;
+  });
 }

@@ -67,7 +67,6 @@ class DeviceNode : public TempFolder {
   std::string refusal;
 };
 
-// Like /dev/zero and /dev/full.
 inline DeviceNode zero_node() {
   return {S_IFCHR, 1, 5};
 }
@@ -87,10 +86,9 @@ class LoopDevice {
     bool attached = false;
     // Another process may take the free device between the two calls.
     for (int tries = 0; tries < 20 && !attached; ++tries) {
-      if (fd_ >= 0) close(fd_);
-      constexpr unsigned loop_major = 7;
+      close(fd_);
       const int number = ioctl(control, LOOP_CTL_GET_FREE);
-      node_.emplace(S_IFBLK, loop_major, static_cast<unsigned>(number));
+      node_.emplace(S_IFBLK, 7, static_cast<unsigned>(number));
       fd_ = open(path().c_str(), O_RDWR | O_CLOEXEC);
       attached = fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0;
     }
@@ -98,8 +96,6 @@ class LoopDevice {
     close(control);
     close(static_cast<int>(config.fd));
   }
-  LoopDevice(const LoopDevice&) = delete;
-  LoopDevice& operator=(const LoopDevice&) = delete;
   ~LoopDevice() { close(fd_); }
 
   std::string path() const { return node_->path(); }
