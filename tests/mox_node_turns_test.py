@@ -12,7 +12,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from node_host import (AS_NOBODY, LIBC, NODE, NODE_KEYS, NOTHING, TRACE, TWO, WHOLE, NodeTest,
-                       attach, has_users, held, remove_segment, rows, segment, stand, verb)
+                       attach, has_users, held, mox_node, remove_segment, rows, segment, stand, verb)
 
 
 def meet(when, words, change):
