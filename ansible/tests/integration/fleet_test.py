@@ -220,8 +220,10 @@ class Role(HostsTest):
     def test_life_of_a_fleet(self):
         for step in (self.comes_up, self.faulty_descriptions_stop_nothing, self.rolling_change_stops_at_the_first_failure,
                      self.reboot, self.what_goes_leaves_nothing):
+            before = time.monotonic()
             with self.subTest(step.__name__):
                 step()
+            print(f"\n  {step.__name__}: {time.monotonic() - before:.0f} s", end="", file=sys.stderr, flush=True)
 
     def comes_up(self):
         check = self.role(check=True)
