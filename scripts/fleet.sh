@@ -9,4 +9,4 @@ need ansible-core python3
 scripts/collection.sh install
 export ANSIBLE_COLLECTIONS_PATH=$PWD/build/ansible PATH=/usr/sbin:/usr/bin:/sbin:/bin
 package=(build/package/mox-resources_*.deb)
-scripts/hosts.sh 3 ansible/tests/integration/fleet_test.py "${package[0]}" "$@"
+scripts/hosts.sh 3 python3 ansible/tests/integration/fleet_test.py "${package[0]}" "$@"

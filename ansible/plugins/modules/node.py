@@ -67,6 +67,7 @@ options:
   user:
     description:
       - Name or number of the user that the objects belong to. Objects of others are in conflict.
+      - A task that runs as root looks and acts as that user.
       - Without it, new objects belong to the user that the task runs as, and owners are not judged.
     type: str
 attributes:

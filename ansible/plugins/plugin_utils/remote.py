@@ -8,11 +8,18 @@ from ansible.plugins.action import ActionBase
 from ansible_collections.mox.resources.plugins.module_utils import report as reports
 
 # ask VERB OPTIONS...: prints the report, then on a line of its own the status, which it returns too.
+# Root becomes the owner: the kernel itself then refuses objects of others, and whatever a run that is
+# killed leaves belongs to the owner, so that it can be repaired.
 SCRIPT = """
 LC_ALL=C
 export LC_ALL
+owner={owner}
+become=
+if [ -n "$owner" ] && [ "$(id -u)" = 0 ] && name=$(id -un -- "$owner" 2>/dev/null); then
+  become="runuser -u $name --"
+fi
 ask() {{
-  report=$(printf %s {text} | mox_node "$@" --output json {options})
+  report=$($become mox_node "$@" --output json {options})
   status=$?
   printf '%s\\n%s\\n' "$report" "$status"
   return $status
@@ -51,15 +58,15 @@ class MoxAction(ActionBase):
 
     def ask(self, args, steps):
         """Runs the steps, lines of shell that call `ask`: the status and report of each verb asked."""
-        text = args["command"]
-        options = ["--file", args["src"] or "-"]
-        if args["nodes"] is not None:
-            text = reports.command_of(args["nodes"])
-        elif text is None and args["src"] is None:
-            options = ["--all"]
-        if args["user"] is not None:
-            options += ["--user", args["user"]]
-        script = SCRIPT.format(text=shlex.quote(text or ""), options=shlex.join(options), steps=steps)
+        options = [] if args["user"] is None else ["--user", args["user"]]
+        if args["src"] is not None:
+            options += ["--file", args["src"]]
+        elif args["command"] is None and args["nodes"] is None:
+            options.append("--all")
+        else:
+            # In words, as a file is cut into them too.
+            options += ["--"] + (args["command"] or reports.command_of(args["nodes"])).split()
+        script = SCRIPT.format(owner=shlex.quote(args["user"] or ""), options=shlex.join(options), steps=steps)
         shell = f"{self._compute_environment_string()} /bin/sh -s".lstrip()
         # By standard input, as a script has no limit there, and no terminal mixes what it prints.
         said = self._low_level_execute_command(shell, in_data=script.encode(errors="surrogateescape"))

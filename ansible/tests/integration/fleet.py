@@ -9,7 +9,7 @@ import tempfile
 HERE = pathlib.Path(__file__).resolve().parent
 SOURCES = HERE.parents[2]
 LAB = pathlib.Path(os.environ["MOX_LAB"])
-HOSTS = [line for line in (LAB / "inventory").read_text().split("[lab:vars]")[0].split()[1:]]
+HOSTS = (LAB / "inventory").read_text().split("[lab:vars]")[0].split()[1:]
 ENVIRONMENT = dict(
     os.environ, ANSIBLE_CALLBACK_PLUGINS=str(HERE / "callback_plugins"), ANSIBLE_CALLBACKS_ENABLED="record",
     ANSIBLE_HOST_KEY_CHECKING="0", ANSIBLE_PIPELINING="1", ANSIBLE_RETRY_FILES_ENABLED="0",

@@ -43,7 +43,8 @@ SUCCESSES = [
 
 
 def verbs(asked):
-    return [" ".join(word for word in words if word not in ("--output", "json", "--file", "-")) for words, text in asked]
+    """Each call up to its description."""
+    return [" ".join(words[:words.index("--output")] + [word for word in words if word == "--all"]) for words, text in asked]
 
 
 @pytest.mark.parametrize("state, options, answers, changed, used", SUCCESSES)
@@ -103,13 +104,15 @@ def test_end_of_a_creation_is_told(bench, answers, message):
 
 def test_description_reaches_the_program(bench):
     answers = {"plan": [said(0, PRESENT)]}
-    for params, options, text in (
-        ({"nodes": NODES + [{"node": 2, "ipcbase": 6000, "evbuf": 0}]}, ["--file", "-"],
-         "create\nnode-1: ipcbase=5000, databuf=4096\nnode-2: ipcbase=6000, evbuf=0\n"),
-        ({"command": "create node-1: ipcbase=1", "user": "mox"}, ["--file", "-", "--user", "mox"], "create node-1: ipcbase=1"),
-        ({"src": "/etc/mox/n.cmd"}, ["--file", "/etc/mox/n.cmd"], None),
+    for params, words in (
+        ({"nodes": NODES + [{"node": 2, "ipcbase": 6000, "evbuf": 0}]},
+         "-- create node-1: ipcbase=5000, databuf=4096 node-2: ipcbase=6000, evbuf=0"),
+        ({"command": "create\tnode-1:\n ipcbase=1 $(touch /tmp/x) '\"", "user": "0"},
+         "--user 0 -- create node-1: ipcbase=1 $(touch /tmp/x) '\""),
+        ({"src": "/etc/mox/n m.cmd"}, "--file /etc/mox/n m.cmd"),
     ):
-        assert bench.act(node, params, answers)[1] == [[["plan", "--output", "json"] + options, text]]
+        asked = bench.act(node, params, answers)[1]
+        assert [" ".join(call[0]) for call in asked] == ["plan --output json " + words]
 
 
 def test_info_tells_what_stands_and_never_guesses(bench):
