@@ -119,7 +119,8 @@ class Documents(unittest.TestCase):
         self.assertEqual(set.union(*offers.values()), options)
 
     def test_keywords(self):
-        words = re.findall(r'TOKEN\(T_\w+, "(\w+)"\)', source("kern/mox_res_mgr/lexer.h"))
+        rows = source("kern/mox_res_mgr/lexer.h") + source("kern/mox_res_mgr/buffer_rows.h")
+        words = re.findall(r'(?:TOKEN|ROW)\(T_\w+, "(\w+)"', rows)
         self.assertGreaterEqual(len(words), 18)
         known = {"create", "check", "delete", "search", "node", "device"}
 

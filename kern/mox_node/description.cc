@@ -121,18 +121,19 @@ Node bare_node(std::uint32_t number, int ipcbase) {
   resmgr::ipc_res keys;
   keys.ipcbase = ipcbase;
   Node node{number, ipcbase, {}, keys.key(resmgr::semaphores_offset), {}};
-  for (const resmgr::buffer& row : resmgr::buffers) {
-    node.buffers.push_back({&row, keys.key(row.offset), 0});
-  }
+  std::ranges::transform(resmgr::buffers, node.buffers.begin(), [&](const resmgr::buffer& row) {
+    return Buffer{&row, keys.key(row.offset), 0};
+  });
   return node;
 }
 
 std::vector<Node> read_description(const Options& options) {
-  const std::string text =
-      options.file.empty() ? joined(options.words) : text_of_file(options.file);
+  std::string text = options.file.empty() ? joined(options.words) : text_of_file(options.file);
   std::vector<Node> nodes;
   try {
-    for (const resmgr::op& record : parse(text)) nodes.push_back(node_of(record));
+    const resmgr::op_list records = parse(std::move(text));
+    nodes.reserve(records.size());
+    for (const resmgr::op& record : records) nodes.push_back(node_of(record));
   } catch (const resmgr::syntax_error& mistake) {
     throw failure_of(resmgr::describe(mistake));
   }

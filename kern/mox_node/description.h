@@ -2,6 +2,7 @@
 // manager, as nodes with their segments, semaphore set and devices.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,7 +27,8 @@ struct Device {
 struct Node {
   std::uint32_t number;
   int ipcbase;
-  std::vector<Buffer> buffers;  // every buffer that a node can have, in the order of keys
+  // Every buffer that a node can have, in the order of keys.
+  std::array<Buffer, resmgr::buffers.size()> buffers;
   int set_key;
   std::vector<Device> devices;
 };

@@ -9,23 +9,23 @@ namespace moxnode {
 
 namespace {
 
-void append_escaped(std::string& to, unsigned code) {
+void append_escaped(Lines& to, unsigned code) {
   char escape[8];
   std::snprintf(escape, sizeof escape, "\\u%04x", code);
-  to += escape;
+  to << escape;
 }
 
 bool is_plain(char character) {
   return character >= ' ' && character < 0x7f && character != '"' && character != '\\';
 }
 
-void append_character(std::string& to, std::string_view character) {
+void append_character(Lines& to, std::string_view character) {
   const auto code = static_cast<unsigned char>(character[0]);
   if (code < 0x20 || code == 0x7f) {
     append_escaped(to, code);
   } else {
-    if (code == '"' || code == '\\') to += '\\';
-    to += character;
+    if (code == '"' || code == '\\') to << '\\';
+    to << character;
   }
 }
 
@@ -33,11 +33,12 @@ void append_character(std::string& to, std::string_view character) {
 
 void JsonWriter::value(std::string_view text) {
   separate();
-  text_ += '"';
+  text_ << '"';
   // Most texts are plain words.
   const auto plain = std::ranges::find_if_not(text, is_plain);
-  text_.append(text.begin(), plain);
-  text.remove_prefix(static_cast<std::size_t>(plain - text.begin()));
+  const auto plain_length = static_cast<std::size_t>(plain - text.begin());
+  text_ << text.substr(0, plain_length);
+  text.remove_prefix(plain_length);
   while (!text.empty()) {
     const std::size_t length = utf8Length(text);
     if (length > 0) {
@@ -47,7 +48,7 @@ void JsonWriter::value(std::string_view text) {
     }
     text.remove_prefix(length > 0 ? length : 1);
   }
-  text_ += '"';
+  text_ << '"';
 }
 
 }  // namespace moxnode

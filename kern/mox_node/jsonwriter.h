@@ -2,23 +2,23 @@
 //   json.begin_object(); json.key("size").value(10); json.end_object();
 #pragma once
 
-#include <charconv>
 #include <concepts>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "kern/mox_node/lines.h"
 
 namespace moxnode {
 
 class JsonWriter {
  public:
-  explicit JsonWriter(std::size_t expected_bytes) { text_.reserve(expected_bytes); }
+  explicit JsonWriter(std::size_t expected_bytes) : text_(expected_bytes) {}
 
   // What was written, with a line end.
   std::string take_line() {
-    text_ += '\n';
-    return std::move(text_);
+    text_ << '\n';
+    return text_.take();
   }
 
   void begin_object() { begin('{'); }
@@ -28,8 +28,7 @@ class JsonWriter {
 
   JsonWriter& key(std::string_view name) {
     separate();
-    text_ += '"';
-    text_.append(name).append("\":");
+    text_ << '"' << name << "\":";
     first_ = true;  // no comma between a key and its value
     return *this;
   }
@@ -37,8 +36,8 @@ class JsonWriter {
   void null() { literal("null"); }
   void value(bool truth) { literal(truth ? "true" : "false"); }
   void value(std::integral auto number) {
-    char digits[24];
-    literal({digits, std::to_chars(digits, digits + sizeof digits, number).ptr});
+    separate();
+    text_ << number;
   }
   // Bytes that are no UTF-8 become "\udc80" to "\udcff", one a byte.
   void value(std::string_view text);
@@ -52,23 +51,23 @@ class JsonWriter {
  private:
   void begin(char bracket) {
     separate();
-    text_ += bracket;
+    text_ << bracket;
     first_ = true;
   }
   void end(char bracket) {
-    text_ += bracket;
+    text_ << bracket;
     first_ = false;
   }
   void literal(std::string_view word) {
     separate();
-    text_ += word;
+    text_ << word;
   }
   void separate() {
-    if (!first_) text_ += ',';
+    if (!first_) text_ << ',';
     first_ = false;
   }
 
-  std::string text_;
+  Lines text_;
   bool first_ = true;
 };
 

@@ -14,6 +14,7 @@
 #include "common/base/descriptor.h"
 #include "common/base/printable.h"
 #include "kern/device/devicefile.h"
+#include "kern/mox_res_mgr/lexer.h"
 #include "kern/mox_res_mgr/report.h"
 
 namespace resmgr {
@@ -74,15 +75,14 @@ bool command_file::read_text(const char* name, int file) {
 }
 
 void command_file::cut_into_words() {
-  words_.reserve(text_.size() / 2 + 1);
-  bool in_word = false;
-  for (std::size_t i = 0; i < text_.size(); ++i) {
-    const char c = text_[i];
-    const bool separates = c == ' ' || c == '\n' || c == '\r' || c == '\t';
-    if (!separates && !in_word) words_.push_back(&text_[i]);
-    in_word = !separates;
-    if (text_[i] == '\n') line_ends_.push_back(i);
-    if (separates) text_[i] = '\0';
+  const auto end = text_.end();
+  for (auto at = text_.begin(); at != end;) {
+    const auto word_end = std::find_if(at, end, is_space);
+    if (word_end != at) words_.push_back(&*at);
+    at = word_end;
+    if (at == end) break;
+    if (*at == '\n') line_ends_.push_back(static_cast<std::size_t>(at - text_.begin()));
+    *at++ = '\0';
   }
 }
 

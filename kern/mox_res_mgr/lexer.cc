@@ -9,13 +9,13 @@ namespace resmgr {
 
 std::string in_buf;
 std::size_t tok_pos = 0;
-std::string tok_buf;
-std::string err_buf;
+std::string_view tok_buf;
+std::string_view err_buf;
 token lookahead = T_ERROR;
 
 namespace {
 
-#define RESMGR_TOKEN_NAME(kind, keyword) #kind,
+#define RESMGR_TOKEN_NAME(kind, ...) #kind,
 constexpr const char* tok_names[] = {RESMGR_TOKENS(RESMGR_TOKEN_NAME)};
 #undef RESMGR_TOKEN_NAME
 
@@ -33,16 +33,14 @@ void unget_char() {
   if (tok_pos > 0) --tok_pos;
 }
 
-bool is_space(int c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
 bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
+constexpr auto ends_of_words = set_of(" \t\r\n.-=,:");
+
 bool ends_word(char c) {
-  return is_space(c) || c == '.' || c == '-' || c == '=' || c == ',' || c == ':';
+  return ends_of_words[static_cast<unsigned char>(c)];
 }
 
 // The first character that is no blank, in *c; false when only blanks are left.
@@ -62,12 +60,17 @@ token word_kind(std::string_view word) {
   return keyword == std::end(tok_keywords) ? T_STRING : static_cast<token>(keyword - tok_keywords);
 }
 
-// Appends the characters up to the first one that `ends`, which is left to be read.
+// The text from `start` up to the read position.
+std::string_view read_since(std::size_t start) {
+  return {in_buf.data() + start, tok_pos - start};
+}
+
+// Steps over the characters up to the first one that `ends`.
 template <class Ends>
 void read_up_to(Ends ends) {
-  const std::size_t start = tok_pos;
-  while (!eof() && !ends(in_buf[tok_pos])) ++tok_pos;
-  tok_buf.append(in_buf, start, tok_pos - start);
+  const auto end =
+      std::find_if(in_buf.cbegin() + static_cast<std::ptrdiff_t>(tok_pos), in_buf.cend(), ends);
+  tok_pos = static_cast<std::size_t>(end - in_buf.cbegin());
 }
 
 token read_number() {
@@ -77,21 +80,17 @@ token read_number() {
 
 token read_word() {
   read_up_to(ends_word);
-  return word_kind(tok_buf);
+  return word_kind(read_since(tok_start));
 }
 
 token read_dash() {
   if (eof()) return T_DASH;
-  if (get_char() == '-') {
-    tok_buf += '-';
-    return T_OPTION;
-  }
+  if (get_char() == '-') return T_OPTION;
   unget_char();
   return T_DASH;
 }
 
 token read_token(char first) {
-  tok_buf = first;
   switch (first) {
     case ',':
       return T_COMMA;
@@ -111,21 +110,19 @@ token read_token(char first) {
 // An unterminated quotation loses its last character: the end of the text is noticed only when that
 // character has been read.
 void read_quoted() {
+  const std::size_t start = tok_pos;
   char c = get_char();
-  while (!eof() && c != '"') {
-    tok_buf += c;
-    c = get_char();
-  }
+  while (!eof() && c != '"') c = get_char();
+  tok_buf = read_since(start);
+  if (!tok_buf.empty()) tok_buf.remove_suffix(1);
 }
 
-void read_unquoted(char c) {
-  while (c != ',') {
-    tok_buf += c;
-    if (eof()) return;
-    c = get_char();
-    if (is_space(c)) return;
-  }
-  unget_char();
+// A blank behind it is read as well.
+void read_unquoted() {
+  const std::size_t start = tok_pos;
+  read_up_to([](char c) { return c == ',' || is_space(c); });
+  tok_buf = read_since(start);
+  if (!eof() && is_space(in_buf[tok_pos])) ++tok_pos;
 }
 
 }  // namespace
@@ -137,12 +134,12 @@ const char* token_name(token kind) {
 void start_lexer(std::string text) {
   in_buf = std::move(text);
   tok_pos = 0;
-  err_buf.clear();
+  err_buf = {};
   lookahead = gettoken();
 }
 
 token gettoken() {
-  tok_buf.clear();
+  tok_buf = {};
   tok_start = in_buf.size();
   if (eof()) {
     err_buf = tok_buf;
@@ -152,20 +149,21 @@ token gettoken() {
   if (!skip_blanks(&first)) return T_EOF;
   tok_start = tok_pos - 1;
   const token kind = read_token(first);
-  err_buf = tok_buf;
+  err_buf = tok_buf = read_since(tok_start);
   return kind;
 }
 
 token getstring() {
   // At the very end the "=" stays in tok_buf, and becomes the path.
   if (eof()) return T_STRING;
-  tok_buf.clear();
+  tok_buf = {};
   char first = '\0';
   if (!skip_blanks(&first)) return T_EOF;
   if (first == '"') {
     read_quoted();
   } else {
-    read_unquoted(first);
+    unget_char();
+    read_unquoted();
   }
   return T_STRING;
 }
@@ -176,8 +174,8 @@ void match(token kind) {
 }
 
 void error(const std::string& reason) {
-  if (eof()) err_buf += "\\n";
-  throw syntax_error{reason, err_buf, in_buf.substr(0, tok_pos), tok_start};
+  const std::string not_understood = std::string(err_buf) + (eof() ? "\\n" : "");
+  throw syntax_error{reason, not_understood, in_buf.substr(0, tok_pos), tok_start};
 }
 
 }  // namespace resmgr

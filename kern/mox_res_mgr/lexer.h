@@ -6,13 +6,17 @@
 // What does not fit is thrown as a syntax_error.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
+
+#include "kern/mox_res_mgr/buffer_rows.h"
 
 namespace resmgr {
 
 // Every kind of token, in the order of their values, with the word that makes it; none for kinds
-// that are no keyword.
+// that are no keyword. A row of a buffer has more columns.
 #define RESMGR_TOKENS(TOKEN)                          \
   TOKEN(T_CREATE, "create")                           \
   TOKEN(T_CHECK, "check")                             \
@@ -21,12 +25,7 @@ namespace resmgr {
   TOKEN(T_NODE, "node")                               \
   TOKEN(T_DEVICE, "device")                           \
   TOKEN(T_IPCBASE, "ipcbase")                         \
-  TOKEN(T_DATABUF, "databuf")                         \
-  TOKEN(T_NLOGBUF, "nlogbuf")                         \
-  TOKEN(T_TLOGBUF, "tlogbuf")                         \
-  TOKEN(T_DICTBUF, "dictbuf")                         \
-  TOKEN(T_SQLBUF, "sqlbuf")                           \
-  TOKEN(T_EVBUF, "evbuf")                             \
+  RESMGR_BUFFERS(TOKEN)                               \
   TOKEN(T_SIZE, "size")                               \
   TOKEN(T_PATH, "path")                               \
   TOKEN(T_TYPE, "type")                               \
@@ -43,21 +42,35 @@ namespace resmgr {
   TOKEN(T_EOF, "")                                    \
   TOKEN(T_ERROR, "") /* before the first token */
 
-#define RESMGR_TOKEN_KIND(kind, keyword) kind,
+#define RESMGR_TOKEN_KIND(kind, ...) kind,
 enum token { RESMGR_TOKENS(RESMGR_TOKEN_KIND) };
 #undef RESMGR_TOKEN_KIND
 
-#define RESMGR_TOKEN_KEYWORD(kind, keyword) keyword,
+#define RESMGR_TOKEN_KEYWORD(kind, keyword, ...) keyword,
 inline constexpr const char* tok_keywords[] = {RESMGR_TOKENS(RESMGR_TOKEN_KEYWORD)};
 #undef RESMGR_TOKEN_KEYWORD
+
+// Which characters stand in a list, by their code.
+constexpr auto set_of(std::string_view characters) {
+  std::array<bool, 256> set{};
+  for (const char c : characters) set[static_cast<unsigned char>(c)] = true;
+  return set;
+}
+
+inline constexpr auto blanks = set_of(" \t\r\n");
+
+// Whether a character separates words.
+inline bool is_space(char c) {
+  return blanks[static_cast<unsigned char>(c)];
+}
 
 // "T_CREATE" to "T_ERROR"; null for any other value.
 const char* token_name(token kind);
 
-extern std::string in_buf;   // the whole command text
-extern std::size_t tok_pos;  // read position in it
-extern std::string tok_buf;  // text of the token just read
-extern std::string err_buf;  // text that a syntax error shows
+extern std::string in_buf;        // the whole command text
+extern std::size_t tok_pos;       // read position in it
+extern std::string_view tok_buf;  // text of the token just read, a part of in_buf
+extern std::string_view err_buf;  // text that a syntax error shows, a part of in_buf
 extern token lookahead;
 
 // Takes the text, and its first token for the look-ahead.

@@ -11,7 +11,7 @@ namespace resmgr {
 namespace {
 
 [[noreturn]] void too_big() {
-  error("number " + tok_buf + " is too big");
+  error("number " + std::string(tok_buf) + " is too big");
 }
 
 void expect_number() {

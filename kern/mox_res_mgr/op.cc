@@ -67,9 +67,7 @@ bool op::search_ok(std::string& message) const {
 void op::debug() const {
   say("node %u\n", node);
   say("ipcbase %d", ipc.ipcbase);
-  for (const buffer* const row : buffers_by_place) {
-    say(" %s %u", row->name(), ipc.size[row->offset]);
-  }
+  for (const buffer& row : buffers_by_place) say(" %s %u", row.name(), ipc.size[row.offset]);
   say("\n");
   resmgr::debug(devices);
 }

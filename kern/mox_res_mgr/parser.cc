@@ -58,7 +58,7 @@ void path_head() {
 }
 
 void read_path(device_res& device) {
-  if (getstring() != T_STRING) error("expected path name, found " + tok_buf);
+  if (getstring() != T_STRING) error("expected path name, found " + std::string(tok_buf));
   device.path = tok_buf;
   lookahead = gettoken();
 }

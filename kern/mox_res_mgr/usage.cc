@@ -53,12 +53,12 @@ std::string upper_case(std::string word) {
 }
 
 void describe_buffers() {
-  const auto* const last = *std::find_if(buffers_by_place.rbegin(), buffers_by_place.rend(),
-                                         [](const buffer* row) { return row->can_be_given(); });
-  for (const buffer* const row : buffers_by_place) {
-    if (!row->can_be_given()) continue;
-    say("  %-7s = %s%s (* %s *)\n", upper_case(row->name()).c_str(), row->type,
-        row == last ? ";  " : " | ", row->meaning);
+  const auto last = std::ranges::find_if(buffers_by_place.rbegin(), buffers_by_place.rend(),
+                                         &buffer::can_be_given);
+  for (const buffer& row : buffers_by_place) {
+    if (!row.can_be_given()) continue;
+    say("  %-7s = %s%s (* %s *)\n", upper_case(row.name()).c_str(), row.type,
+        &row == &*last ? ";  " : " | ", row.meaning);
   }
 }
 
