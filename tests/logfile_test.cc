@@ -39,73 +39,6 @@ std::string drained(int fd) {
   return without_complaints(text);
 }
 
-// A message of several blocks of 1 KiB; its lines name the process and the message.
-void log_block(int message) {
-  logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-  for (int i = 0; i < 60; ++i) {
-    logmsg.printInt("", getpid(), " ");
-    logmsg.printInt("message ", message, " of this process, one of its lines\n");
-  }
-  logmsg.logg();
-}
-
-// 250 processes, 16 at a time, with 16 messages each.
-void log_from_many_processes(const std::string& file) {
-  logmsg.setFileNameAll(file.c_str());
-  for (int started = 0; started < 250; ++started) {
-    if (started >= 16) wait(nullptr);
-    if (fork() != 0) continue;
-    for (int message = 0; message < 16; ++message) log_block(message);
-    _exit(0);
-  }
-  while (wait(nullptr) > 0) {
-  }
-}
-
-// How many messages stand in the text, each in one piece and whole; on a busy host there are lines
-// about slow writes between them.
-int whole_messages(const std::string& text) {
-  std::istringstream lines(text);
-  std::string previous;
-  int run = 0;
-  int whole = 0;
-  for (std::string line; std::getline(lines, line);) {
-    if (line.find("took too long") != std::string::npos) continue;
-    if (line.starts_with("p:")) line.erase(0, line.find(' ') + 1);
-    run = line == previous ? run + 1 : 1;
-    if (run == 60) ++whole;
-    previous = line;
-  }
-  return whole;
-}
-
-TEST_F(LogFile, MessagesOfManyProcessesStayWhole) {
-  log_from_many_processes(file_);
-  EXPECT_EQ(whole_messages(read_file(file_)), 4000);
-}
-
-TEST_F(LogFile, MessagesStayWholeOnAFileSystemWithSmallBlocks) {
-  const std::string image = folder_ / "image";
-  write_file(image, "");
-  fs::resize_file(image, 64 << 20);
-  if (std::system(("mkfs.ext4 -q -b 1024 " + image + " 2>&1").c_str()) != 0) {
-    GTEST_SKIP() << "skipped: no mkfs.ext4";
-  }
-  const SmallFileSystem own_mounts("1M");
-  if (!own_mounts.refusal.empty()) GTEST_SKIP() << "skipped: " << own_mounts.refusal;
-  const LoopDevice device(image, 512);
-  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: " << device.refusal;
-  const std::string place = own_mounts / "ext4";
-  fs::create_directory(place);
-  if (mount(device.path().c_str(), place.c_str(), "ext4", 0, nullptr) != 0) {
-    GTEST_SKIP() << "skipped: " << std::strerror(errno);
-  }
-  log_from_many_processes(place + "/log");
-  logmsg.setMethodAll(LogMethod::NOWHERE);
-  EXPECT_EQ(whole_messages(read_file(place + "/log")), 4000);
-  EXPECT_EQ(umount2(place.c_str(), 0), 0);
-}
-
 TEST_F(LogFile, MessageLongerThanAnyPieceIsOneWrite) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
@@ -115,19 +48,6 @@ TEST_F(LogFile, MessageLongerThanAnyPieceIsOneWrite) {
   logmsg.loggImmediate();
   close(ends[1]);
   EXPECT_EQ(plain(drained(ends[0])), "p:P " + std::string(20000, 'x'));  // one datagram
-}
-
-TEST_F(LogFile, FileThatTwoLevelsNameIsOpenOnce) {
-  set("logfile", file_);
-  set("diagnosticfile", file_);
-  log_at_all_levels();
-  int open_files = 0;
-  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code error;
-    if (fs::read_symlink(entry.path(), error) == file_) ++open_files;
-  }
-  EXPECT_EQ(open_files, 1);
-  EXPECT_TRUE(read("log").ends_with("VSE p:P text\ntext\n")) << read("log");
 }
 
 TEST_F(LogFile, NextMessageAfterARenameGoesToANewFile) {
@@ -226,63 +146,46 @@ TEST_F(LogFile, MessageCutOffByAFullDiskIsEndedBeforeTheNextOne) {
             once);
 }
 
-// The pipe holds less than the message: signals arrive while its rest waits for the reader.
-TEST_F(LogFile, InterruptedWriteIsContinued) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
+// The pipe holds less than the message: signals arrive while its rest waits for the reader; or
+// another process has made the pipe return at once.
+TEST_F(LogFile, WriteThatIsInterruptedOrWouldHaveToWaitIsContinued) {
   struct sigaction ignored {};
   ignored.sa_handler = [](int) {};
   ASSERT_EQ(sigaction(SIGALRM, &ignored, nullptr), 0);
-  const itimerval often{{0, 5000}, {0, 5000}};
-  std::string received;
   sigset_t alarms;
   sigemptyset(&alarms);
   sigaddset(&alarms, SIGALRM);
-  pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
-  std::thread reader([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    char part[4096];
-    for (ssize_t n = 0; (n = ::read(ends[0], part, sizeof part)) > 0;) {
-      received.append(part, static_cast<std::size_t>(n));
-    }
-  });
-  pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
-  logmsg.setFileNameAll(("/proc/self/fd/" + std::to_string(ends[1])).c_str());
-  setitimer(ITIMER_REAL, &often, nullptr);
-  logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-  for (int i = 0; i < 50; ++i) logmsg.txt(std::string(4000, 'x').c_str());
-  logmsg.chr('\n');
-  logmsg.logg();
-  const itimerval never{};
-  setitimer(ITIMER_REAL, &never, nullptr);
+  for (const int flags : {0, O_NONBLOCK}) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    fcntl(ends[1], F_SETFL, flags);
+    std::string received;
+    pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
+    std::thread reader([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      char part[4096];
+      for (ssize_t n = 0; (n = ::read(ends[0], part, sizeof part)) > 0;) {
+        received.append(part, static_cast<std::size_t>(n));
+      }
+    });
+    pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
+    logmsg.setFileNameAll(("/proc/self/fd/" + std::to_string(ends[1])).c_str());
+    const itimerval often{{0, 5000}, {0, 5000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+    for (int i = 0; i < 50; ++i) logmsg.txt(std::string(4000, 'x').c_str());
+    logmsg.chr('\n');
+    logmsg.logg();
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    logmsg.setMethodAll(LogMethod::NOWHERE);
+    close(ends[1]);
+    reader.join();
+    close(ends[0]);
+    EXPECT_EQ(plain(without_complaints(received)), "p:P " + std::string(200000, 'x') + "\n")
+        << flags;
+  }
   signal(SIGALRM, SIG_DFL);
-  logmsg.setMethodAll(LogMethod::NOWHERE);
-  close(ends[1]);
-  reader.join();
-  close(ends[0]);
-  EXPECT_EQ(plain(without_complaints(received)), "p:P " + std::string(200000, 'x') + "\n");
-}
-
-// As above, of a pipe that another process has made return at once.
-TEST_F(LogFile, WriteThatWouldHaveToWaitIsContinued) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  std::size_t received = 0;
-  std::thread reader([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    char part[4096];
-    for (ssize_t n = 0; (n = ::read(ends[0], part, sizeof part)) > 0;) {
-      received += static_cast<std::size_t>(n);
-    }
-  });
-  log_to("/proc/self/fd/" + std::to_string(ends[1]), std::string(3999, 'x').c_str());
-  for (int i = 0; i < 49; ++i) log(LEVEL_INF, std::string(3999, 'x').c_str());
-  logmsg.setMethodAll(LogMethod::NOWHERE);
-  close(ends[1]);
-  reader.join();
-  close(ends[0]);
-  EXPECT_GE(received, 50U * 3999);
 }
 
 TEST_F(LogFile, FileOfAnotherUserIsNotTakenInASharedFolder) {
@@ -313,34 +216,40 @@ TEST_F(LogFile, FileOfAnotherUserIsNotTakenInASharedFolder) {
   close(reader);
 }
 
-TEST_F(LogFile, NoDescriptorOfTheLoggerIsLeftToAProgramThatIsExecuted) {
+TEST_F(LogFile, IsOpenOnceAndNeitherItNorAPipeIsLeftToAProgramThatIsExecuted) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   const std::string own = "/proc/self/fd/" + std::to_string(ends[1]);
   const std::string pipe = fs::read_symlink(own);
-  log_to(file_);
+  set("logfile", file_);
+  set("diagnosticfile", file_);
   logmsg.setFileName(LEVEL_WRN, own.c_str());
   log_at_all_levels();
+  int open_files = 0;
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
     const int fd = std::stoi(entry.path().filename());
     std::error_code error;
     const std::string target = fs::read_symlink(entry.path(), error);
     if (target != file_ && target != pipe) continue;
+    open_files += target == file_ ? 1 : 0;
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd << " " << target;
   }
+  EXPECT_EQ(open_files, 1);
   close(ends[0]);
   close(ends[1]);
-  const pid_t parent = getpid();
-  log(LEVEL_INF, "parent\n");
+}
+
+// Nobody's lines overwrite another's, and each line names its own process.
+TEST_F(LogFile, IsSharedByProcesses) {
+  log_to(file_, "parent\n");
+  std::ofstream(file_, std::ios::app) << "stranger\n";
   if (fork() == 0) {
     log(LEVEL_INF, "child\n");
     _exit(0);
   }
   int status = 0;
-  const pid_t child = wait(&status);
-  EXPECT_TRUE(read_file(file_).ends_with("p:" + std::to_string(parent) +
-                                         " parent\np:" + std::to_string(child) + " child\n"))
-      << read_file(file_);
+  const std::string child = std::to_string(wait(&status));
+  EXPECT_EQ(read("log"), "p:P parent\nstranger\np:" + child + " child\n");
 }
 
 }  // namespace
