@@ -17,36 +17,63 @@ Status failure(Severity_e severity, int number, int os_error) {
 }
 
 TEST(Status, FormatsTemplateParametersAndOsError) {
-  Status fresh;
-  EXPECT_STREQ(fresh.getText(), "KORV-I-00000: Normal successful completion");
-  EXPECT_STREQ(fresh.sqlstate, "00000");
+  Status status;
+  EXPECT_STREQ(status.getText(), "KORV-I-00000: Normal successful completion");
+  EXPECT_STREQ(status.sqlstate, "00000");
+  EXPECT_STREQ(status.os_text, "");
 
-  Status open = failure(SEV_SYSTEMERR, 5500, ENOENT);
-  addStatusParam(&open, "/a");
-  EXPECT_STREQ(open.getText(), "KORV-S-05500: Opening file \"/a\" failed, OS status=2");
-  EXPECT_STREQ(open.os_text, std::strerror(ENOENT));
-  EXPECT_STREQ(open.sqlstate, "22000");
-
-  // A parameter that is missing is empty, one that the template does not use is appended.
-  Status missing = failure(SEV_SYSTEMERR, 5515, 0);
-  EXPECT_STREQ(missing.getText(),
-               "KORV-S-05515: Shared memory segment with key \"\" exists already");
-  Status extra = failure(SEV_ERROR, 1521, 0);
-  addStatusParam(&extra, "x");
-  addStatusParam(&extra, "y");
-  EXPECT_STREQ(extra.getText(), "KORV-E-01521: No space left on device x y");
-  EXPECT_STREQ(failure(static_cast<Severity_e>(-1), 77, 0).getText(),
-               "KORV-A-00077: *** Error number not in use");
+  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, ENOENT);
+  addStatusParam(&status, "/a");
+  const std::string text = "KORV-S-05500: Opening file \"/a\" failed, OS status=2";
+  EXPECT_EQ(status.getText(), text);
+  EXPECT_STREQ(status.os_text, std::strerror(ENOENT));
+  EXPECT_STREQ(status.sqlstate, "22000");
+  // Formatted once, until the status is set again.
+  addStatusParam(&status, "late");
+  EXPECT_EQ(status.getText(), text);
+  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, EACCES);
+  EXPECT_STREQ(status.getText(), "KORV-S-05500: Opening file \"\" failed, OS status=13");
+  EXPECT_STREQ(status.os_text, std::strerror(EACCES));
 }
 
-// An empty last parameter that fits exactly is stored; a text of which nothing remains is not.
-TEST(Status, ParameterThatFillsTheLastByteIsStored) {
+TEST(Status, EverySeverityHasItsLetterAndName) {
+  std::string letters;
+  std::string names;
+  for (int severity = -1; severity <= 6; ++severity) {
+    letters += failure(static_cast<Severity_e>(severity), 77, 0).getText()[5];
+    names += std::string(getNameSeverity_e(static_cast<Severity_e>(severity))) + " ";
+  }
+  EXPECT_EQ(letters, "AXIWESAA");
+  EXPECT_EQ(names, "(Illegal) (Illegal) success warning error systemerr internerr (Illegal) ");
+}
+
+// A parameter that is missing is empty, one that the template does not use is appended.
+TEST(Status, ParametersTakeTheirPlaces) {
+  const struct {
+    Moxstatus_e number;
+    std::initializer_list<StatusParam> parameters;
+    const char* text;
+  } cases[] = {
+      {MOX_SHM_EXISTS, {}, "KORV-E-05515: Shared memory segment with key \"\" exists already"},
+      {MOX_NO_SPACE_LEFT, {"x", "y"}, "KORV-E-01521: No space left on device x y"},
+      {MOX_VALUE_OUT_OF_RANGE,
+       {"50%1%i\n", "acktimeout"},
+       "KORV-E-00336: Value \"50%1%i\\n\" of variable \"acktimeout\" is not in the range  to "}};
+  for (const auto& [number, parameters, text] : cases) {
+    Status status;
+    status.set(SEV_ERROR, number, 0, parameters);
+    EXPECT_STREQ(status.getText(), text);
+  }
+}
+
+TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
   const struct {
     int used;  // by one parameter before, with its terminator
     const char* text;
     int stored;
     int count;
-  } cases[] = {{255, "", 0, 2}, {256, "", 0, 1}, {254, "a", 1, 2}, {255, "a", 0, 1}};
+  } cases[] = {
+      {255, "", 0, 2}, {256, "", 0, 1}, {254, "a", 1, 2}, {254, "ab", 1, 2}, {255, "a", 0, 1}};
   for (const auto& [used, text, stored, count] : cases) {
     SCOPED_TRACE(std::to_string(used) + " bytes used, then \"" + text + "\"");
     Status status;
@@ -54,6 +81,11 @@ TEST(Status, ParameterThatFillsTheLastByteIsStored) {
     EXPECT_EQ(addStatusParam(&status, text), stored);
     EXPECT_EQ(status.param_count, count);
   }
+  Status status = failure(SEV_SYSTEMERR, 5500, 0);
+  addStatusParam(&status, std::string(200, 'a').c_str());
+  EXPECT_EQ(addStatusParam(&status, std::string(100, 'b').c_str()), 54);
+  EXPECT_EQ(std::string(status.getText()), "KORV-S-05500: Opening file \"" + std::string(200, 'a') +
+                                               "\" failed, OS status=0 " + std::string(54, 'b'));
 }
 
 TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
@@ -62,56 +94,41 @@ TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
 #undef EXPECT_ITS_TEXT
   EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(0x10000 + 5515)),
                "Shared memory segment with key \"%1\" exists already");
-  // 127 further on in the same chain.
-  EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(5515 + 127)),
-               "*** Error number not in use");
-  EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(-1)), "*** Error number not in use");
+  for (const int none : {77, 5515 + 127, -1}) {  // the second in a chain with others
+    EXPECT_STREQ(Status::getText(static_cast<Moxstatus_e>(none)), "*** Error number not in use");
+  }
 }
 
-TEST(Status, PlaceholdersThatNameNothingStayOrVanish) {
-  Status status;
-  status.set(SEV_SYSTEMERR, MOX_VALUE_OUT_OF_RANGE, 0, {"50%1%i\n", "acktimeout"});
-  EXPECT_STREQ(
-      status.getText(),
-      "KORV-S-00336: Value \"50%1%i\\n\" of variable \"acktimeout\" is not in the range  to ");
-}
-
-TEST(Status, TextIsFormattedOnceUntilTheStatusIsSetAgain) {
-  Status status = failure(SEV_SYSTEMERR, 5500, ENOENT);
-  const std::string first = status.getText();
-  addStatusParam(&status, "late");
-  EXPECT_EQ(status.getText(), first);
-  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, EACCES);
-  EXPECT_STREQ(status.getText(), "KORV-S-05500: Opening file \"\" failed, OS status=13");
-}
-
-TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
-  Status status = failure(SEV_SYSTEMERR, 5500, 0);
-  EXPECT_EQ(addStatusParam(&status, std::string(200, 'a').c_str()), 200);
-  EXPECT_EQ(addStatusParam(&status, std::string(100, 'b').c_str()), 54);
-  EXPECT_EQ(addStatusParam(&status, "c"), 0);
-  EXPECT_EQ(status.param_count, 2);
-  EXPECT_EQ(std::string(status.getText()), "KORV-S-05500: Opening file \"" + std::string(200, 'a') +
-                                               "\" failed, OS status=0 " + std::string(54, 'b'));
-}
-
-TEST(Status, TraceStopsAtTwentyAndAnOverlongTextSaysSo) {
+TEST(Status, PositionsOfAFailureAreShownAsFarAsTheTextHasRoom) {
   fmtstatus_errtrace = 1;
+  const std::string head = "KORV-E-03360: It can't happen here [site.cc:7]";
+  const std::string cut = "TRUNCATED!";
+  const std::size_t whole = 511 - head.size() - 5;  // of a file's name, between "\n[" and ":8]"
+  const struct {
+    std::size_t names[2];
+    std::string shown;
+  } cases[] = {
+      {{1, 1}, "\n[f:8]\n[f:8]"},
+      {{whole, 1}, ("\n[" + std::string(whole - 7, 'f')).substr(0, 501 - head.size()) + cut},
+      {{whole - 6, 1}, "\n[" + std::string(whole - 6, 'f') + ":8]\n[f:8]"},
+      {{whole + 1, 1}, cut},
+      {{20, whole}, "\n[" + std::string(20, 'f') + ":8]" + cut}};
+  for (const auto& [names, shown] : cases) {
+    Status status;
+    status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
+    const std::string files[] = {std::string(names[0], 'f'), std::string(names[1], 'f')};
+    for (const std::string& file : files) pushTraceStatus(&status, file.c_str(), 8);
+    EXPECT_EQ(status.getText(), head + shown);
+  }
+  for (const Severity_e severity : {SEV_SUCCESS, SEV_WARNING}) {
+    Status status;
+    status.set(severity, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
+    EXPECT_TRUE(std::string(status.getText()).ends_with("happen here"));
+  }
   Status status;
-  status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
-  pushTraceStatus(&status, "up.cc", 8);
-  EXPECT_STREQ(status.getText(), "KORV-E-03360: It can't happen here [site.cc:7]\n[up.cc:8]");
   for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "source.cc", i);
   EXPECT_EQ(status.trace_count, 20);
-  // Wherever the piece begins that does not fit any more.
-  for (std::size_t length = 30; length < 45; ++length) {
-    const std::string file(length, 'f');
-    for (SourcePosition& position : status.trace) position.file = file.c_str();
-    status.text[0] = '\0';
-    const std::string text = status.getText();
-    EXPECT_LE(text.size(), 511U);
-    EXPECT_TRUE(text.ends_with("TRUNCATED!")) << text;
-  }
+  EXPECT_EQ(status.trace[19].line, 19);
   fmtstatus_errtrace = 0;
 }
 
