@@ -22,6 +22,8 @@ constinit LogMsg& logmsg = storage.value;
 
 namespace {
 
+constexpr std::size_t longest_format = 255;  // of a time stamp
+
 const char* tag(LogLevel level) {
   static constexpr const char* tags[log_level_count] = {"DBG ", "INF ", "WRN ", "ERR ",
                                                         "VSE ", "",     "TST "};
@@ -96,8 +98,7 @@ void LogMsg::appendTimeStamp() {
     std::tm local{};
     localtime_r(&now.tv_sec, &local);
     char text[256];
-    const char* format =
-        state_->time_format.empty() ? "%Y-%m-%d %H:%M:%S" : state_->time_format.c_str();
+    const char* format = state_->time_format.c_str();
     state_->stamp = printable({text, std::strftime(text, sizeof text, format, &local)});
     state_->stamp_second = now.tv_sec;
   }
@@ -310,7 +311,8 @@ void LogMsg::turnOffExtraInf() {
 void LogMsg::setTimeStamp(int kind, const std::string& format) {
   configureOnce();
   state_->time_kind = kind;
-  state_->time_format = format;
+  const bool usable = !format.empty() && format.size() <= longest_format;
+  state_->time_format = usable ? format : "%Y-%m-%d %H:%M:%S";
   state_->stamp_second = -1;
 }
 

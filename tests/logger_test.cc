@@ -19,7 +19,7 @@ using Logger = RuntimeTest;
 
 TEST_F(Logger, HeadOfALine) {
   const std::string date = "[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}";
-  const std::tuple<const char*, const char*, const char*, int, LogLevel, std::string> cases[] = {
+  const std::tuple<const char*, std::string, const char*, int, LogLevel, std::string> cases[] = {
       {"0", "", nullptr, -1, LEVEL_INF, "p:P "},
       {"0", "", nullptr, -1, LEVEL_DIA, ""},
       {"0", "", nullptr, 0, LEVEL_WRN, "n:0 WRN p:P "},
@@ -27,7 +27,9 @@ TEST_F(Logger, HeadOfALine) {
       {"1", "", "RESMGR", 1, LEVEL_ERR, "n:1 RESMGR ERR " + date + " p:P "},
       {"2", "", "X", -1, LEVEL_DBG, "X DBG " + date + "\\.[0-9]{3} p:P "},
       {"3", "day %d%%", "X", -1, LEVEL_TST, "X TST day [0-9]{2}%\\.[0-9]{6} p:P "},
-      {"1", "a%nb", "X", -1, LEVEL_INF, "X a\\\\nb p:P "}};
+      {"1", "a%nb", "X", -1, LEVEL_INF, "X a\\\\nb p:P "},
+      {"4", std::string(255, 'a'), "X", -1, LEVEL_INF, "X a{255} p:P "},
+      {"1", std::string(256, 'a'), "X", -1, LEVEL_INF, "X " + date + " p:P "}};
   for (const auto& [time, format, prefix, node, level, head] : cases) {
     set("historytime", time);
     set("timeformat", format);
@@ -40,33 +42,35 @@ TEST_F(Logger, HeadOfALine) {
   }
 }
 
-TEST_F(Logger, NumbersAreRightAlignedOrRefused) {
-  EXPECT_EQ(printed([] {
-              logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-              logmsg.printInt("<", -2147483647 - 1, ">");
-              logmsg.printFix("=", 42, 5, 0);
-              logmsg.printFix("=", 42, 10, 1);
-              logmsg.printFix("=", 12345, 4, 0);
-              logmsg.printFixHex("=", 0xBEEF, 4, 1);
-              logmsg.printFixHex("=", 0xBEEF, 11, 1);
-              logmsg.debugByte("=", "\x0a\xff", 2);
-              logmsg.logg();
-            }),
-            "|p:P <-2147483648>=   42=0000000042=BEWARE overflow=beef=BEWARE overflow= 0a ff");
-}
-
-TEST_F(Logger, PiecesWithoutALengthOfTheirOwnAreRefused) {
+TEST_F(Logger, PiecesOfAMessage) {
   const std::string longest(4000, 'x');
+  const auto log_pieces = [&longest] {
+    logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+    logmsg.printInt("<", -2147483647 - 1, ">");
+    logmsg.printUInt("<", 4294967295, ">");
+    logmsg.printInt64("<", INT64_MIN, ">");
+    logmsg.printUInt64("<", UINT64_MAX, ">");
+    logmsg.printIntX("<", 0xBEEF, ">");
+    logmsg.printPtr("<", reinterpret_cast<void*>(0xF00), ">");
+    logmsg.printFix("=", 42, 5, 0);
+    logmsg.printFix("=", 42, 10, 1);
+    logmsg.printFix("=", 12345, 4, 0);
+    logmsg.printFixHex("=", 0xBEEF, 4, 1);
+    logmsg.printFixHex("=", 0xBEEF, 11, 1);
+    logmsg.debugByte("=", "\x0a\xff", 2);
+    logmsg.txt(nullptr);
+    logmsg.txt(nullptr, 7);
+    logmsg.txt("abc", 2);
+    logmsg.txt("abc", -1);
+    logmsg.txt((longest + "x").c_str());
+    logmsg.txt(longest.c_str());
+    logmsg.logg();
+  };
   EXPECT_EQ(
-      printed([&longest] {
-        logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-        logmsg.txt(nullptr);
-        logmsg.txt("abc", -1);
-        logmsg.txt((longest + "x").c_str());
-        logmsg.txt(longest.c_str());
-        logmsg.logg();
-      }),
-      "BEWARE Bad length char[] to LogMsg::txt\nBEWARE Bad length char[] to LogMsg::txt\n|p:P " +
+      printed(log_pieces),
+      "BEWARE Bad length char[] to LogMsg::txt\nBEWARE Bad length char[] to LogMsg::txt\n|p:P "
+      "<-2147483648><4294967295><-9223372036854775808><18446744073709551615><beef><0xf00>"
+      "=   42=0000000042=BEWARE overflow=beef=BEWARE overflow= 0a ffab" +
           longest);
 }
 
@@ -79,10 +83,13 @@ TEST_F(Logger, StartAndLoggOutOfOrderAreTold) {
               logmsg.start(LEVEL_INF, "second.cc", 2);
               logmsg.txt("text\n");
               logmsg.logg();
+              logmsgPrefix = "X";
+              logmsg.logg();
             }),
             "BEWARE LogMsg::start not invoked (lmLog) in ?? \n"
             "BEWARE LogMsg::start invoked twice (lmStart)\n"
-            "prev in file first.cc line 1, now in file second.cc line 2\n|p:P text\n");
+            "prev in file first.cc line 1, now in file second.cc line 2\n"
+            "BEWARE LogMsg::start not invoked (lmLog) in X \n|p:P text\n");
 }
 
 TEST_F(Logger, EachLevelHasItsDestination) {
@@ -102,9 +109,16 @@ TEST_F(Logger, EachLevelHasItsDestination) {
               logmsg.setMethod(LEVEL_TST, static_cast<LogMethod::Kind>(9));
               logmsg.attach(LEVEL_ERR, LEVEL_TST);
               logmsg.detach(LEVEL_VSE);
+              logmsg.showTag(LEVEL_INF, true);
+              std::printf("first, ");
               for (const LogLevel level : {LEVEL_INF, LEVEL_ERR, LEVEL_VSE}) log(level);
+              logmsg.turnOffExtraInf();
+              log(LEVEL_WRN);
+              for (int level = LEVEL_DBG; level <= LEVEL_TST; ++level) {
+                logmsg.showTag(static_cast<LogLevel>(level), level != LEVEL_INF);
+              }
             }),
-            "n:12 p:P text\n|Illegal log-level");
+            "first, n:12 INF p:P text\nn:12 p:P text\n|Illegal log-level");
 }
 
 TEST_F(Logger, HistoryFileIsNamedByKeyAndNode) {
