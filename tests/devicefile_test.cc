@@ -63,6 +63,8 @@ TEST(DeviceSpace, SizesAreMeasuredWithoutAnyChange) {
   const DeviceNode endless = zero_node();
   if (!endless.refusal.empty()) GTEST_SKIP() << "skipped: device node: " << endless.refusal;
   EXPECT_EQ(findsize(endless.path()), std::int64_t{1} << 62);
+  EXPECT_TRUE(is_device(endless.path()));
+  EXPECT_FALSE(is_device(folder / "file"));
 }
 
 TEST(DeviceSpace, PayloadHeaderAndBitmap) {

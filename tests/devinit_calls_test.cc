@@ -4,14 +4,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
+#include "kern/device/settings.h"
+#include "kern/devinit/runstate.h"
 #include "kern/devinit/target.h"
 #include "tests/support/calls.h"
 #include "tests/support/device_image.h"
@@ -32,11 +37,6 @@ class DevinitCalls : public testing::Test {
     });
   }
 
-  static std::optional<long> fail(int error) {
-    errno = error;
-    return -1;
-  }
-
   const TempFolder folder;
   const std::string file = folder / "device";
 };
@@ -47,7 +47,8 @@ TEST_F(DevinitCalls, EveryCallStartsAfresh) {
     call_devinit("-V -V -F -b 300 -f " + file);
     signal(SIGTERM, SIG_DFL);
     const int status = call_devinit("-b 200 -p -f " + file);
-    return signal(SIGTERM, SIG_DFL) == SIG_DFL ? status : 1;
+    const bool fresh = nodio == 0 && syncsz == 32 && readVerify == 0 && devwritten == 200 * 8192;
+    return signal(SIGTERM, SIG_DFL) == SIG_DFL && fresh ? status : 1;
   });
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
@@ -108,6 +109,9 @@ TEST_F(DevinitCalls, FailuresOfTheDiskAreErrors) {
     const char *text, *progress;
   } cases[] = {{"fsync", EIO, "fsync Input/output error", "\n"},
                {"fdatasync", EDQUOT, "fdatasync Disk quota exceeded", "\n       0 w"},
+               {"openat", EMFILE, "open Too many open files", "bytes\n"},
+               {"flock", EIO, "flock Input/output error", "bytes\n"},
+               {"ftruncate", EIO, "ftruncate Input/output error", "bytes\n"},
                {"pread", EIO, "verify header Input/output error", ""},
                {"pwrite", EIO, "out of space, wrote 0 B of 9 MB Input/output error", ""}};
   for (const auto& row : cases) {
@@ -119,26 +123,100 @@ TEST_F(DevinitCalls, FailuresOfTheDiskAreErrors) {
     EXPECT_EQ(result.status, 1);
     EXPECT_FALSE(fs::exists(file));
   }
+  for (const int no_locks : {ENOLCK, EOPNOTSUPP, ENOSYS}) {
+    const RunResult result = run("-b 10", [&](const Call& call) {
+      return call.name == "flock" ? fail(no_locks) : std::nullopt;
+    });
+    EXPECT_EQ(result.status, 0) << result.err;
+  }
+  const RunResult twice = run("-b 10", [&](const Call& call) {
+    return call.name == "fsync" || call.name == "unlinkat" ? fail(EPERM) : std::nullopt;
+  });
+  EXPECT_EQ(twice.err,
+            "\nDEVINIT-ERROR: fsync Operation not permitted\n\nDEVINIT-ERROR: the "
+            "unfinished file cannot be removed: " +
+                file + " Operation not permitted\n");
 }
 
-// Nobody can mount the device while it is written, and half a header is none.
-TEST_F(DevinitCalls, ABlockDeviceIsHeldAndLosesAHeaderThatWasWrittenInPart) {
+// Between the look at a file and its open a stranger may have put another one in its place.
+TEST_F(DevinitCalls, OnlyTheFileThatWasLookedAtIsOpened) {
+  if (const DeviceNode any = zero_node(); !any.refusal.empty()) {
+    GTEST_SKIP() << "skipped: device node: " << any.refusal;
+  }
+  const auto link = [this] { fs::create_symlink("victim", file); };
+  const auto fifo = [this] { mkfifo(file.c_str(), 0600); };
+  const auto node = [this] { mknod(file.c_str(), S_IFCHR | 0600, makedev(1, 3)); };
+  const auto other = [this] { write_file(file, "other"); };
+  const struct {
+    const char *options, *call;
+    long long flags;
+    std::function<void()> put;
+    const char *error, *left;
+  } cases[] = {
+      {"-b 10", "openat", O_RDWR, link, "open Too many levels of symbolic links", "victim"},
+      {"-V", "openat", O_RDONLY, fifo, "File must be regular file or raw device", ""},
+      {"-b 10", "openat", O_RDWR, node, "open Stale file handle", ""},
+      {"-b 10", "openat", O_CREAT, other, "open File exists", "other"},
+      {"-b 10", "flock", 0, other, "open Stale file handle", "other"}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.options) + " " + row.error);
+    fs::remove(file);
+    write_file(folder / "victim", "victim");
+    if (row.flags != O_CREAT) write_file(file, "first");
+    const RunResult result = run(row.options, [&](const Call& call) -> std::optional<long> {
+      if (call.name != row.call || (call.offset & row.flags) != row.flags) return {};
+      fs::remove(file);
+      row.put();
+      return {};
+    });
+    EXPECT_EQ(result.err, "\nDEVINIT-ERROR: " + std::string(row.error) + "\n");
+    EXPECT_EQ(read_file(folder / "victim"), "victim");
+    EXPECT_EQ(fs::is_fifo(file) ? "" : read_file(file), row.left);
+  }
+}
+
+// Nobody can mount the device while it is written, and what was not finished loses its header.
+TEST_F(DevinitCalls, ABlockDeviceIsHeldAndLosesItsHeaderWithEveryFailure) {
   write_file(file, "");
   fs::resize_file(file, 4000000);
   const LoopDevice device(file, 512);
   if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
-  const RunResult result = run_function([&] {
-    call_hook = [&](const Call& call) -> std::optional<long> {
-      if (call.name != "pwrite") return {};
-      if (open(device.path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC) >= 0) _exit(7);
-      if (call.offset == 8192 + 512) return fail(EIO);
-      return syscall(SYS_pwrite64, call.fd, call.buffer, std::min<std::size_t>(call.bytes, 512),
-                     call.offset);
-    };
-    return call_devinit("-D -b 10 -f " + device.path());
-  });
-  EXPECT_EQ(result.status, 1) << result.err;
-  EXPECT_EQ(read_file(file), std::string(4000000, '\0'));
+  const auto run_on_device = [&](const CallHook& hook) {
+    return run_function([&] {
+      call_hook = hook;
+      return call_devinit("-D -S 1 -b 400 -f " + device.path());
+    });
+  };
+  const auto half_a_header = [&](const Call& call) -> std::optional<long> {
+    if (call.name != "pwrite") return {};
+    if (open(device.path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC) >= 0) _exit(7);
+    if (call.offset == 8192 + 512) return fail(EIO);
+    return syscall(SYS_pwrite64, call.fd, call.buffer, 512, call.offset);
+  };
+  const auto no_sync = [](const Call& call) {
+    return call.name == "fdatasync" ? fail(EIO) : std::nullopt;
+  };
+  const auto interrupt = [](const Call& call) -> std::optional<long> {
+    if (call.name == "fdatasync") raise(SIGTERM);
+    return {};
+  };
+  std::string told =
+      "\nDEVINIT-ERROR: out of space, wrote 0 B of 3 MB Input/output error\n"
+      "\nDEVINIT-ERROR: the device may pass for an initialized one, its header cannot be "
+      "overwritten: " +
+      device.path() + " Input/output error\n";
+  for (const CallHook& hook : {CallHook(half_a_header), CallHook(no_sync), CallHook(interrupt)}) {
+    const RunResult result = run_on_device(hook);
+    EXPECT_TRUE(result.err.starts_with(std::exchange(told, ""))) << result.err;
+    EXPECT_TRUE(result.status == 1 || result.signal == SIGTERM) << result.err;
+    EXPECT_EQ(read_file(file).substr(8192, 4096), std::string(4096, '\0'));
+    put_at(file, 8192, "header");
+  }
+  EXPECT_TRUE(fs::is_block_file(device.path()));
+  const auto busy = [](const Call& call) {
+    return call.name == "openat" && (call.offset & O_EXCL) != 0 ? fail(EBUSY) : std::nullopt;
+  };
+  EXPECT_NE(run_on_device(busy).err.find("DEVINIT-ERROR: in use (mounted"), std::string::npos);
 }
 
 // Plants a fault on the disk when the cache is dropped, that is after the writing and before the
@@ -219,6 +297,9 @@ TEST_F(DevinitCalls, OnlyWhatIsFreeToAllUsersIsSpace) {
   };
   EXPECT_TRUE(has_space(file, 10240));
   EXPECT_FALSE(has_space(file, 10241));
+  readVerify = 1;
+  EXPECT_TRUE(has_space(file, 10241));
+  readVerify = 0;
   call_hook = nullptr;
 }
 

@@ -29,11 +29,6 @@ using namespace std::chrono_literals;
 constexpr long long chunk_size = 1048576;
 constexpr long long data_offset = 12288;
 
-std::optional<long> fail(int error) {
-  errno = error;
-  return -1;
-}
-
 // A run and the device that it left, its creation time apart.
 struct Outcome {
   RunResult run;

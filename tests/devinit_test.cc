@@ -13,7 +13,6 @@
 #include <filesystem>
 
 #include "tests/support/device_image.h"
-#include "tests/support/fault.h"
 #include "tests/support/process.h"
 #include "tests/support/sandbox.h"
 
@@ -226,19 +225,6 @@ class DevinitOnDevice : public Devinit {
 
   const LoopDevice device = loop(512, size);
 };
-
-TEST_F(DevinitOnDevice, ThatWasNotFinishedLosesItsHeader) {
-  if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
-  for (const char* fault : {"error=EIO", "signal=SIGTERM"}) {
-    bool struck = false;
-    run_with_fault({DEVINIT, "-S", "1", "-b", "400", "-f", device.path()},
-                   {"fdatasync", fault, false}, 2, struck);
-    EXPECT_TRUE(struck);
-    EXPECT_TRUE(fs::is_block_file(device.path()));
-    EXPECT_EQ(read_file(file).substr(8192, 4096), std::string(4096, '\0')) << fault;
-    EXPECT_EQ(read_file(file).substr(12288, 1000), pattern(1000));
-  }
-}
 
 TEST_F(DevinitOnDevice, ThatIsInUseIsRefusedUntouched) {
   ASSERT_EQ(devinit("-b 10", device.path()).status, 0);

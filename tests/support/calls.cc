@@ -1,10 +1,13 @@
 #include "tests/support/calls.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <linux/aio_abi.h>
+#include <sys/file.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdarg>
@@ -62,6 +65,28 @@ long syscall(long number, ...) {
     if (answer) events[i].res = *answer;
   }
   return result;
+}
+
+int openat64(int folder, const char* name, int flags, ...) {
+  va_list list;
+  va_start(list, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
+  va_end(list);
+  const auto answer = (flags & O_PATH) != 0 ? std::nullopt : ask({"openat", folder, {}, 0, flags});
+  auto* real = reinterpret_cast<decltype(&openat64)>(dlsym(RTLD_NEXT, "openat64"));
+  return answer ? static_cast<int>(*answer) : real(folder, name, flags, mode);
+}
+
+int flock(int fd, int operation) {
+  return ask_or_call<decltype(flock)>({"flock", fd}, "flock", fd, operation);
+}
+
+int unlinkat(int folder, const char* name, int flags) {
+  return ask_or_call<decltype(unlinkat)>({"unlinkat", folder}, "unlinkat", folder, name, flags);
+}
+
+int ftruncate64(int fd, off_t size) {
+  return ask_or_call<decltype(ftruncate64)>({"ftruncate", fd}, "ftruncate64", fd, size);
 }
 
 ssize_t pwrite64(int fd, const void* buffer, std::size_t bytes, off_t offset) {

@@ -2,23 +2,29 @@
 // by adding calls.cc to the sources of the test.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string_view>
 
 struct Call {
-  // "pwrite", "pread", "fdatasync", "fsync", "posix_fadvise", "statvfs"; of the asynchronous
-  // requests "io_setup", "io_submit" for each transfer, "io_getevents", and "io_event" for each
-  // result, which the answer replaces.
+  // "openat" but for paths, "flock", "ftruncate", "unlinkat", "pwrite", "pread", "fdatasync",
+  // "fsync", "posix_fadvise", "statvfs"; of the asynchronous requests "io_setup", "io_submit" for
+  // each transfer, "io_getevents", and "io_event" for each result, which the answer replaces.
   std::string_view name;
   int fd = -1;
   void* buffer = nullptr;  // of a transfer, or the result of statvfs
   std::size_t bytes = 0;
-  long long offset = 0;
+  long long offset = 0;  // the flags of openat
 };
 
 // What the call returns without being made, with the errno that the hook set; or nothing, and the
 // call is made.
 using CallHook = std::function<std::optional<long>(const Call&)>;
 extern CallHook call_hook;
+
+inline std::optional<long> fail(int error) {
+  errno = error;
+  return -1;
+}
