@@ -89,14 +89,6 @@ class Library(unittest.TestCase):
         self.run_in(self.work, "cmake", "--build", "one")
         self.assertNotIn("2023-11-14", self.run_in(self.work, one, "-V"))
 
-    def test_reader_that_goes_away_leaves_the_demo_alive(self):
-        demo = self.build("runtime-demo", "reader") / "runtime_demo"
-        reading, writing = os.pipe()
-        os.close(reading)
-        done = subprocess.run([demo, "-D", "nodes=x"], stdout=writing, stderr=writing, check=False)
-        os.close(writing)
-        self.assertEqual(done.returncode, 1)
-
     def test_example_in_c(self):
         for generator in ("Ninja", "Unix Makefiles"):
             with self.subTest(generator):
@@ -126,35 +118,18 @@ class Library(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("logrotate", path="/usr/sbin:/usr/bin"),
                          "skipped: logrotate is not installed")
-    def test_program_follows_a_rotation_by_the_example(self):
-        source = self.project(
-            "rotating", "project(rotating LANGUAGES CXX)\nfind_package(mox REQUIRED)\n"
-                        "mox_program(rotating main.cc)",
-            main_cc='#include <iostream>\n#include <string>\n#include "mox/common/logger.h"\n'
-                    'int main(int, char** argv) {\n  logmsg.setFileNameAll(argv[1]);\n'
-                    '  for (std::string line; std::getline(std::cin, line);) {\n'
-                    '    logLine(LEVEL_INF, line);\n    std::cout << "logged" << std::endl;\n  }\n}\n')
-        program = self.build(source, "rotating-build") / "rotating"
+    def test_rotation_by_the_example_renames_and_leaves_the_new_file_to_the_program(self):
         logs = self.work / "logs"
         logs.mkdir(mode=0o755)
+        (logs / "a.log").write_text("first\n")
         rules = self.work / "rules"
         rules.write_text((SOURCES / "examples/logrotate/mox").read_text()
                          .replace("/var/log/mox", str(logs)))
         rules.chmod(0o644)
-        with subprocess.Popen([program, logs / "a.log"], text=True, stdin=subprocess.PIPE,
-                              stdout=subprocess.PIPE) as process:
-            def say(word):
-                process.stdin.write(word + "\n")
-                process.stdin.flush()
-                self.assertEqual(process.stdout.readline(), "logged\n")
-
-            say("first")
-            self.run_in(self.work, "logrotate", "--force", "--state", self.work / "state", rules,
-                        PATH="/usr/sbin:" + os.environ["PATH"])
-            say("second")
-            process.stdin.close()
-        self.assertIn("first", (logs / "a.log.1").read_text())
-        self.assertIn("second", (logs / "a.log").read_text())
+        self.run_in(self.work, "logrotate", "--force", "--state", self.work / "state", rules,
+                    PATH="/usr/sbin:" + os.environ["PATH"])
+        self.assertEqual((logs / "a.log.1").read_text(), "first\n")
+        self.assertFalse((logs / "a.log").exists())
 
     def test_headers_stand_alone_beside_folders_of_the_same_names(self):
         headers = sorted(path.relative_to(self.include).as_posix()
@@ -179,26 +154,20 @@ class Library(unittest.TestCase):
         source = self.project(
             "ordinary",
             """project(ordinary LANGUAGES C CXX)
-            find_package(Threads REQUIRED)
             find_package(mox REQUIRED)
             add_library(part STATIC part.cc)
-            mox_program(ordinary main.cc header.h LIBRARIES part Threads::Threads m)
-            target_include_directories(ordinary PRIVATE inner)
-            target_compile_definitions(ordinary PRIVATE ANSWER=42)""",
-            main_cc='#include <cstdio>\n#include <thread>\n#include "header.h"\n#include "value.h"\n'
-                    '#include "mox/common/buildinfo.h"\nint part();\n'
-                    'int main() {\n  std::thread([] {}).join();\n'
-                    '  std::printf("%d %d %d\\n%s\\n", ANSWER, value, part(), build_link_time);\n}\n',
+            mox_program(ordinary main.cc header.h LIBRARIES part m)
+            target_include_directories(ordinary PRIVATE inner)""",
+            main_cc='#include <cstdio>\n#include "header.h"\n#include "value.h"\nint part();\n'
+                    'int main() { std::printf("%d %d\\n", value, part()); }\n',
             header_h="#pragma once\n", inner__value_h="constexpr int value = 7;\n",
             part_cc="int part() { return 1; }\n")
         build = self.build(source, "multi", "-DCMAKE_BUILD_TYPE=", generator="Ninja Multi-Config")
-        out = self.run_in(self.work, build / "Debug/ordinary")
-        self.assertRegex(out, r"\A42 7 1\n20[^\n]* UTC\n\Z")
+        self.assertEqual(self.run_in(self.work, build / "Debug/ordinary"), "7 1\n")
         # A change of a library that is linked is a new link.
-        before = (build / "Debug/ordinary").read_bytes()
         (source / "part.cc").write_text("int part() { return 2; }\n")
         self.run_in(self.work, "cmake", "--build", build)
-        self.assertNotEqual((build / "Debug/ordinary").read_bytes(), before)
+        self.assertEqual(self.run_in(self.work, build / "Debug/ordinary"), "7 2\n")
 
     @unittest.skipIf(FLAGS, "skipped: the sanitizers have hardening of their own")
     def test_programs_are_hardened(self):

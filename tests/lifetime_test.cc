@@ -1,35 +1,33 @@
 // The runtime is there before any constructor of a program and after its last destructor.
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include <gmock/gmock.h>
 
-#include <regex>
-
-#include "tests/support/process.h"
+#include "tests/support/runtime_fixture.h"
 
 namespace {
 
 const std::string refused =
     ": KORV-S-00336: Value \"1\" of variable \"acktimeout\" is not in the range 100 to 5000\n";
 
-std::string without_heads(const std::string& text) {
-  return std::regex_replace(text, std::regex("(^|\n)WRN [^p]*p:[0-9]+ "), "$1");
-}
+struct BeforeAndAfter {
+  BeforeAndAfter() {
+    logmsg.setFileNameAll((folder / "log").c_str());
+    use_the_runtime("before main");
+  }
+  ~BeforeAndAfter() { use_the_runtime("after main"); }
+  static void use_the_runtime(const char* when) {
+    Status status;
+    VarSet::instance().set("acktimeout", 1, status);
+    logLine(LEVEL_WRN, std::string(when) + ": " + status.getText());
+  }
+  const TempFolder folder;
+};
+
+const BeforeAndAfter instance;
 
 TEST(Lifetime, RuntimeServesBeforeAndAfterMain) {
-  const RunResult run = run_program({LIFETIME});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(without_heads(run.err),
-            "before main" + refused + "main" + refused + "after main" + refused);
-}
-
-TEST(Lifetime, RuntimeUsesNoMemoryThatIsFreed) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "skipped: the sanitizer looks for the same in the test above";
-#endif
-  if (access("/usr/bin/valgrind", X_OK) != 0) GTEST_SKIP() << "skipped: no valgrind";
-  const RunResult run =
-      run_program({"/usr/bin/valgrind", "-q", "--leak-check=full", "--error-exitcode=9", LIFETIME});
-  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(read_file(instance.folder / "log"), testing::EndsWith(" before main" + refused));
+  logmsg.setMethodAll(LogMethod::TO_STDERR);
+  EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), testing::EndsWith(" after main" + refused));
 }
 
 }  // namespace
