@@ -1,45 +1,18 @@
 // The device initialiser as a function, with its system calls in the test's hands: what it retries,
 // what it does another way, and which failures it must not pass over.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
-#include <sys/sysmacros.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <utility>
 
 #include "kern/device/settings.h"
-#include "kern/devinit/runstate.h"
 #include "kern/devinit/target.h"
-#include "tests/support/calls.h"
-#include "tests/support/device_image.h"
 #include "tests/support/devinit_call.h"
-#include "tests/support/process.h"
-#include "tests/support/sandbox.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-class DevinitCalls : public testing::Test {
- protected:
-  RunResult run(const std::string& options, CallHook hook = nullptr) const {
-    return run_function([&] {
-      call_hook = std::move(hook);
-      return call_devinit(options + " -f " + file);
-    });
-  }
-
-  const TempFolder folder;
-  const std::string file = folder / "device";
-};
+using DevinitCalls = DevinitTest;
 
 TEST_F(DevinitCalls, EveryCallStartsAfresh) {
   const RunResult result = run_function([this] {

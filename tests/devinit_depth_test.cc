@@ -1,29 +1,13 @@
 // Several transfers in flight, made to begin at once: the bytes on the device, the report and the
 // errors are those of one transfer at a time, whatever fails in flight.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 
 #include "kern/devinit/chunkpass.h"
-#include "kern/devinit/runstate.h"
-#include "tests/support/calls.h"
-#include "tests/support/device_image.h"
 #include "tests/support/devinit_call.h"
-#include "tests/support/process.h"
-#include "tests/support/sandbox.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr long long chunk_size = 1048576;
@@ -64,7 +48,7 @@ CallHook counting(const CallHook& hook) {
   };
 }
 
-class Depth : public testing::Test {
+class Depth : public DevinitTest {
  protected:
   Outcome run(int from, const std::string& options, const CallHook& hook = nullptr) const {
     return Outcome(file, run_function([&] {
@@ -81,9 +65,6 @@ class Depth : public testing::Test {
     if (!before.empty()) write_file(file, before);
     EXPECT_EQ(run(0, options, hook), plain) << options;
   }
-
-  const TempFolder folder;
-  const std::string file = folder / "device";
 };
 
 // 23 chunks, the last one short.

@@ -1,16 +1,9 @@
 // The device initialiser end to end: what it prints, what it leaves on the device, and what a
 // verification finds in a device that was written by somebody who knows nothing but the layout.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <ctime>
-#include <filesystem>
 
 #include "tests/support/device_image.h"
 #include "tests/support/process.h"

@@ -48,6 +48,9 @@ TEST_F(Scan, OptionsOverrideTheEnvironment) {
                                       {"MOX_EXTRA_CONFIG", "X"}, {"MOX_DEBUGMASK", "0xFFFFFFFF"},
                                       {"MOX_SERVER", "host:1"},  {"MOX_KEY", "-7"},
                                       {"MOX_SYSKEY", "8"},       {"KORV_SCHEMADIR", "dir"}};
+  for (const auto& [name, value] : variables) setenv(name, "", 1);  // as if it were not set
+  state_after("");
+  EXPECT_EQ(scan_.server, nullptr);
   for (const auto& [name, value] : variables) setenv(name, value, 1);
   EXPECT_EQ(state_after("-f file"),
             "ScanArg::print -n 16 -p 65535 -c cfg -b 0 -d 0xffffffff -N -1 -P -1 -s 6\n"
@@ -131,14 +134,6 @@ TEST_F(Scan, NodeNumbersUseAllSixteenBitsOfTheirField) {
   }
 }
 
-TEST_F(Scan, EmptyEnvironmentVariableIsNoFileName) {
-  for (const char* name : {"MOX_CONFIG", "MOX_EXTRA_CONFIG", "MOX_SERVER"}) setenv(name, "", 1);
-  EXPECT_EQ(parse(""), "0|");
-  EXPECT_EQ(scan_.configFile, nullptr);
-  EXPECT_EQ(scan_.extraConfigFile, nullptr);
-  EXPECT_EQ(scan_.server, nullptr);
-}
-
 // A pointer to a virtual member function holds 1 and the offset of its entry in the table.
 TEST_F(Scan, UsageFunctionsComeFirstInTheTableOfVirtualFunctions) {
   void (ScanArg::*const of_program)() = &ScanArg::usage;
@@ -186,16 +181,13 @@ TEST_F(Scan, ValuesReachTheVariablesUpToTheFirstFailure) {
   EXPECT_EQ(value("nodes"), "3");
 }
 
-TEST_F(Scan, ReleaseBlock) {
+TEST_F(Scan, ReleaseBlockAndDescriptionOfTheProgram) {
   const std::regex block(
       "\nMox Database Server 1.0 \nVersion     : 1.0.0.0 \\[V1-0-0-0 [0-9]{4}(-[0-9]{2}){2} "
       "[0-9]{2}(:[0-9]{2}){2} [^ \\]]+\\]  \\(Linux_[0-9]+\\.[0-9]+_\\w+\\) \n\nCopyright \\(c\\) "
       "The Mox Authors.\n\nlink_command: g%s\n\\|");
   const std::string text = printed([] { printLinkInfo(stdout, 12, nullptr, "g%s"); });
   EXPECT_TRUE(std::regex_match(text, block)) << text;
-}
-
-TEST_F(Scan, ProgramGivesItsOwnDescription) {
   const std::string title = "Mox Database Server 1.0 ";
   EXPECT_EQ(getProgVersInfo(38), title + "Resource manager utility");
   EXPECT_EQ(getProgVersInfo(16), title + "Device setup utility");

@@ -1,12 +1,23 @@
-// The device initialiser called as a function.
+// The device initialiser called as a function, with its system calls in the test's hands.
 #pragma once
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <climits>
 #include <iterator>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include "kern/devinit/devinit.h"
+#include "kern/devinit/runstate.h"
+#include "tests/support/calls.h"
+#include "tests/support/device_image.h"
+#include "tests/support/process.h"
+#include "tests/support/sandbox.h"
+
+namespace fs = std::filesystem;
 
 // With the words of a command line.
 inline int call_devinit(const std::string& options) {
@@ -17,3 +28,16 @@ inline int call_devinit(const std::string& options) {
   argv.push_back(nullptr);
   return devinit(static_cast<int>(words.size()), argv.data());
 }
+
+class DevinitTest : public testing::Test {
+ protected:
+  RunResult run(const std::string& options, const CallHook& hook = nullptr) const {
+    return run_function([&] {
+      call_hook = hook;
+      return call_devinit(options + " -f " + file);
+    });
+  }
+
+  const TempFolder folder;
+  const std::string file = folder / "device";
+};
