@@ -26,5 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Status status;
   scanConf(path.c_str(), record, status, [] {});
   if (status.failed() && status.getText()[0] == '\0') std::abort();
+  const bool defines_nodes = !record.nodes.empty();
+  addConf(path.c_str(), record, VarSet::instance(), status, [] {});  // each node a second time
+  if (defines_nodes && status.number != MOX_NODE_DEFINED_TWICE) std::abort();
   return 0;
 }

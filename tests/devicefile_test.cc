@@ -97,10 +97,17 @@ TEST(DeviceFile, ThatWasMadeIsNobodyElses) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-TEST(DeviceFile, IsWrittenSynchronouslyWhenAsked) {
+TEST(DeviceFile, IsOpenedAsTheSettingsAsk) {
+  const int always = O_LARGEFILE | O_CLOEXEC | O_NOCTTY;
+  EXPECT_EQ(device_open_flags(), always | O_RDWR | O_CREAT | O_TRUNC);
   syncsz = -1;
-  EXPECT_EQ(device_open_flags() & O_DSYNC, O_DSYNC);
+  EXPECT_EQ(device_open_flags(), always | O_RDWR | O_CREAT | O_TRUNC | O_DSYNC);
   syncsz = 32;
+  readVerify = 1;
+  EXPECT_EQ(device_open_flags(), always | O_RDONLY);
+  readVerify = 0;
+  EXPECT_EQ(unusable_kind(S_IFDIR), EISDIR);
+  EXPECT_EQ(unusable_kind(S_IFIFO), ENOTSUP);
 }
 
 TEST(RunState, CleanupLeavesAStrangersFile) {

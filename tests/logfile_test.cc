@@ -83,12 +83,12 @@ TEST_F(LogFile, PathThatLeadsToAnOwnDescriptorIsThatDescriptor) {
     ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
     const std::string own = "/proc/self/fd/" + std::to_string(ends[1]);
     fs::create_symlink(own, folder_ / "link");
-    log_to(own, "one\n");
+    log_to(own, "one, ");
     log_to("/dev/fd/" + std::to_string(ends[1]), "two\n");
     log_to(folder_ / "link", "three\n");
     fs::remove(folder_ / "link");
     close(ends[1]);
-    EXPECT_EQ(plain(drained(ends[0])), "p:P one\np:P two\np:P three\n");
+    EXPECT_EQ(plain(drained(ends[0])), "p:P one, p:P two\np:P three\n");
   }
 }
 

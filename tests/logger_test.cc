@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "common/logconfig.h"
+#include "tests/support/process.h"
 #include "tests/support/runtime_fixture.h"
 
 namespace {
@@ -151,12 +152,27 @@ TEST_F(Logger, TroublesAreToldOnceAndTheProgramGoesOn) {
     EXPECT_EQ(std::regex_replace(printed(log_at_all_levels), std::regex("t:[0-9]+"), "T"),
               "       WRN p:P T could not " + trouble + "\n|");
   }
+  for (const std::string target : {"", "/dev/full"}) {
+    const RunResult run = run_function([&target] {
+      close(STDERR_FILENO);
+      if (!target.empty()) open(target.c_str(), O_WRONLY);
+      logmsg.setMethodAll(LogMethod::TO_STDERR);
+      log_at_all_levels();
+      return 0;
+    });
+    EXPECT_TRUE(run.out.ends_with(target.empty()
+                                      ? " could not dup(stderr):Bad file descriptor\n"
+                                      : " could not write stderr:No space left on device\n"))
+        << run.out;
+  }
 }
 
 TEST_F(Logger, LinksAreFollowedOnlyWhereNobodyElseCanSetThem) {
   fs::create_directory(folder_ / "open");
   fs::permissions(folder_ / "open", fs::perms{01757});
-  for (const std::string place : {"", "open/"}) {
+  fs::create_directory(folder_ / "group");
+  fs::permissions(folder_ / "group", fs::perms{0770});
+  for (const std::string place : {"", "open/", "group/"}) {
     fs::create_symlink(folder_ / "target", folder_ / (place + "link"));
     fs::create_symlink(folder_.path(), folder_ / (place + "folder"));
   }
@@ -168,9 +184,9 @@ TEST_F(Logger, LinksAreFollowedOnlyWhereNobodyElseCanSetThem) {
     fs::create_symlink(std::exchange(next, name), folder_ / name);
   }
   const std::pair<const char*, bool> cases[] = {
-      {"chain40", true},   {"chain41", false},   {"link", true},      {"folder/a", true},
-      {"open/../b", true}, {"open/link", false}, {"detour/c", false}, {"open/folder/d", false},
-      {"ring", false},     {"open/", false}};
+      {"chain40", true},   {"chain41", false},   {"link", true},       {"folder/a", true},
+      {"open/../b", true}, {"open/link", false}, {"detour/c", false},  {"open/folder/d", false},
+      {"ring", false},     {"open/", false},     {"group/link", false}};
   for (const auto& [path, opened] : cases) {
     LogMethod method(LogMethod::TO_FILE, folder_ / path);
     EXPECT_EQ(method.open(), opened) << path;
@@ -209,14 +225,15 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
     fstat(STDERR_FILENO, &now);
     const std::string stream = std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
     setenv("JOURNAL_STREAM", stream.c_str(), 1);
+    log(LEVEL_INF);  // which does not go to the system log
     log(LEVEL_ERR);
     unsetenv("JOURNAL_STREAM");
   };
-  EXPECT_EQ(printed(log_to_journal), "|ERR p:P text\n");  // nobody reads the system log
+  EXPECT_EQ(printed(log_to_journal), "|p:P text\nERR p:P text\n");  // nobody reads the system log
   const int server = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = {AF_UNIX, "/dev/log"};
   EXPECT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(printed(log_to_journal), "|");
+  EXPECT_EQ(printed(log_to_journal), "|p:P text\n");
   const std::string output = printed([] {
     logmsg.newConfig();
     log_at_all_levels();

@@ -49,7 +49,7 @@ TEST_F(Scan, OptionsOverrideTheEnvironment) {
                                       {"MOX_SERVER", "host:1"},  {"MOX_KEY", "-7"},
                                       {"MOX_SYSKEY", "8"},       {"KORV_SCHEMADIR", "dir"}};
   for (const auto& [name, value] : variables) setenv(name, "", 1);  // as if it were not set
-  state_after("");
+  EXPECT_NE(state_after("").find(" -n 65535 -p 65535 -c (undefined) "), std::string::npos);
   EXPECT_EQ(scan_.server, nullptr);
   for (const auto& [name, value] : variables) setenv(name, value, 1);
   EXPECT_EQ(state_after("-f file"),
@@ -97,6 +97,7 @@ TEST_F(Scan, UsageShowsTheOptionsOfTheProgram) {
   EXPECT_EQ(printed([this] { scan_.usage(""); }), head + "|");
   const std::string all = printed([this] { scan_.usage(); });
   EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2 + 21);
+  EXPECT_EQ(all.find(": ("), std::string::npos) << all;
   parse("", "a:Fk:");
   EXPECT_EQ(printed([this] { scan_.usage(); }),
             head +
@@ -107,11 +108,13 @@ TEST_F(Scan, UsageShowsTheOptionsOfTheProgram) {
 TEST_F(Scan, ListsHoldTwoHundredEntriesAndTheRestIsRefused) {
   std::string words;
   for (int i = 0; i < 201; ++i) words += " -D d" + std::to_string(i);
+  words += " -n 3";
   for (int i = 0; i < 203; ++i) words += " o" + std::to_string(i);
   EXPECT_EQ(parse(words),
             "4|More than 200 definitions, refused: -D d200\n"
             "More than 200 operands, refused: the last 3\n");
   EXPECT_STREQ(scan_.definitions[199], "d199");
+  EXPECT_EQ(scan_.nodeNo, 3);
   EXPECT_STREQ(scan_.operands[199], "o199");
   EXPECT_EQ(scan_.refusedOperands, 3);
   EXPECT_EQ(parse("one"), "0|");
@@ -146,15 +149,23 @@ TEST_F(Scan, UsageFunctionsComeFirstInTheTableOfVirtualFunctions) {
 }
 
 TEST_F(Scan, NameOfAConfigurationFileNeverStopsTheOtherVariables) {
-  for (const char* name : {"/etc/mox.conf", "-5", "99999999999", "7"}) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"/etc/mox.conf", "0"}, {"-5", "0"}, {"99999999999", "0"}, {"7", "7"}};
+  for (const auto& [name, config] : cases) {
     SCOPED_TRACE(name);
     Status status;
-    parse(std::string("-c ") + name + " -s 42");
+    status.set(SEV_ERROR, MOX_CANNOT_HAPPEN);
+    parse("-c " + name + " -s 0");
     scan_.setVariables(0, status);
     EXPECT_STREQ(status.getText(), "KORV-I-00000: Normal successful completion");
-    EXPECT_EQ(value("startlevel"), "42");
+    EXPECT_EQ(value("config"), config);
+    EXPECT_TRUE(VarSet::instance().get("startlevel")->isSet());
     VarSet::instance().setDefaults();
   }
+  Status status;
+  parse("-b 50");
+  scan_.setVariables(0, status);
+  EXPECT_EQ(status.number, MOX_VALUE_OUT_OF_RANGE);
 }
 
 TEST_F(Scan, ValuesReachTheVariablesUpToTheFirstFailure) {

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string>
@@ -84,6 +85,57 @@ TEST_F(SharedMemory, TellsSizesAndRefusesAnUnexpectedOne) {
   // Anew, in the place of the old one.
   EXPECT_NE(sharedCreate(7, 100, nullptr, status), nullptr);
   EXPECT_NE(shmget(7, 0, 0), shmid);
+}
+
+TEST_F(SharedMemory, KeysAreListedAndRemovalsNameWhatTheyFound) {
+  const auto remove_owned = [this](int key, int shmid) {
+    sharedRemoveOwned(key, shmid, status);
+    return outcome();
+  };
+  const int first = sharedCreate(5, 10, status);
+  const int second = sharedCreate(6, 10, status);
+  unsigned count = 0;
+  int keys[2] = {};
+  EXPECT_TRUE(sharedKeys(nullptr, 9, &count));
+  EXPECT_EQ(count, 2U);
+  EXPECT_FALSE(sharedKeys(keys, 1, &count));
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_TRUE(sharedKeys(keys, 2, &count));
+  EXPECT_EQ(std::minmax(keys[0], keys[1]), std::minmax(5, 6));
+  EXPECT_EQ(remove_owned(5, second),
+            "5511/4/" + std::to_string(EIDRM) + "/" + std::to_string(second));
+  EXPECT_EQ(remove_owned(7, first), "5510/4/2/7");
+  EXPECT_EQ(remove_owned(5, first), "ok");
+  sharedRemove(first, status);
+  EXPECT_EQ(outcome(), "5511/4/22/" + std::to_string(first));
+  sharedRemove(6, 0U, status);
+  EXPECT_EQ(outcome(), "ok");
+  EXPECT_TRUE(sharedKeys(keys, 2, &count) && count == 0);
+}
+
+TEST_F(Semaphores, FailuresAreThoseOfTheKernel) {
+  MutexHandle handle{};
+  MutexRecord record{};
+  int state = 0;
+  int index = 0;
+  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 1 << 20), -1);
+  EXPECT_EQ(outcome(), "5520/3/22/9");
+  EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 1 << 20), Whose::NOBODYS);
+  EXPECT_EQ(outcome(), "5520/3/22/9");
+  EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 2), Whose::OURS);
+  EXPECT_EQ(outcome(), "ok");
+  EXPECT_EQ(semctl(utlMappedMutex(), 1, SETVAL, 2), 0);
+  EXPECT_EQ(ucksem(&status, &state, &index), 0);
+  EXPECT_EQ(std::make_pair(state, index), std::make_pair(1, 1));
+  EXPECT_EQ(semctl(utlMappedMutex(), 0, IPC_RMID), 0);
+  EXPECT_EQ(uwtsem(&status, &record), -1);
+  EXPECT_EQ(outcome(), "5521/3/22/9");
+  EXPECT_EQ(record.who, 0);
+  EXPECT_EQ(ucksem(&status, &state, &index), -1);
+  EXPECT_EQ(outcome(), "5521/3/22/9");
+  utlUnmapMutex();
+  EXPECT_EQ(uwtsem(&status, &record), 0);
+  EXPECT_EQ(outcome(), "ok");
 }
 
 TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
