@@ -1,12 +1,7 @@
 // Device paths: their space, their links, and the opens that create and empty.
 #include "kern/device/devicefile.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
 
 #include "kern/device/devicepath.h"
 #include "kern/device/devicespace.h"
@@ -110,19 +105,15 @@ TEST(DeviceFile, IsOpenedAsTheSettingsAsk) {
   EXPECT_EQ(unusable_kind(S_IFIFO), ENOTSUP);
 }
 
-TEST(RunState, CleanupLeavesAStrangersFile) {
+TEST(RunState, CleanupLeavesAStrangersFileAndStaysInTheFolderThatWasOpened) {
   const TempFolder folder;
   open_target(folder / "device");
-  fs::rename(folder / "device", folder / "moved");
+  fs::rename(folder / "device", folder / "first");
   write_file(folder / "device", "");
   cleanup();
   EXPECT_TRUE(fs::exists(folder / "device"));
-}
 
-TEST(RunState, CleanupStaysInTheFolderThatWasOpened) {
-  const TempFolder folder;
-  fs::create_directory(folder / "victim");
-  fs::create_directory(folder / "own");
+  for (const char* name : {"victim", "own"}) fs::create_directory(folder / name);
   open_target(folder / "own/device");
   fs::rename(folder / "own", folder / "moved");
   fs::create_directory_symlink("victim", folder / "own");

@@ -169,25 +169,6 @@ class Library(unittest.TestCase):
         self.run_in(self.work, "cmake", "--build", build)
         self.assertEqual(self.run_in(self.work, build / "Debug/ordinary"), "7 2\n")
 
-    @unittest.skipIf(FLAGS, "skipped: the sanitizers have hardening of their own")
-    def test_programs_are_hardened(self):
-        source = self.project(
-            "hard", "project(hard LANGUAGES CXX)\nfind_package(mox REQUIRED)\n"
-                    "mox_program(hard main.cc)",
-            main_cc="#include <cstring>\n#include <vector>\nint main(int argc, char** argv) {\n"
-                    "  std::vector<int> none;\n  char text[8];\n  std::strcpy(text, argv[0]);\n"
-                    "  return argc == 9 ? none[static_cast<unsigned>(argc)] : text[0] == 0;\n}\n")
-        build = self.build(source, "hard-build", "-DCMAKE_BUILD_TYPE=Release",
-                           "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON")
-        command = (build / "compile_commands.json").read_text()
-        for flag in ("-fstack-protector-strong", "-fstack-clash-protection", "-D_GLIBCXX_ASSERTIONS",
-                     "-D_FORTIFY_SOURCE=3", "-fPIE"):
-            self.assertIn(flag, command)
-        program = self.run_in(build, "readelf", "-hdW", "hard")
-        self.assertRegex(program, r"Type: +DYN")
-        self.assertIn("BIND_NOW", program)
-        self.assertIn("__strcpy_chk", self.run_in(build, "readelf", "--dyn-syms", "-W", "hard"))
-
     def test_any_name_of_a_builder_is_a_literal_of_c(self):
         template = self.work / "template"
         template.write_text('#include <stdio.h>\nint main(void) { puts("@BUILDER@"); }\n')

@@ -4,7 +4,6 @@
 #include <wordexp.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/debugmask.h"
 #include "common/releaseinfo.h"
@@ -135,17 +134,6 @@ TEST_F(Scan, NodeNumbersUseAllSixteenBitsOfTheirField) {
     EXPECT_EQ(scan_.nodeNo, scanned);
     EXPECT_EQ(logmsgNodeno, logged);
   }
-}
-
-// A pointer to a virtual member function holds 1 and the offset of its entry in the table.
-TEST_F(Scan, UsageFunctionsComeFirstInTheTableOfVirtualFunctions) {
-  void (ScanArg::*const of_program)() = &ScanArg::usage;
-  void (ScanArg::*const of_letters)(const char*) = &ScanArg::usage;
-  std::uintptr_t entry = 0;
-  std::memcpy(&entry, &of_program, sizeof entry);
-  EXPECT_EQ(entry, 1U);
-  std::memcpy(&entry, &of_letters, sizeof entry);
-  EXPECT_EQ(entry, 1U + sizeof(void*));
 }
 
 TEST_F(Scan, NameOfAConfigurationFileNeverStopsTheOtherVariables) {
