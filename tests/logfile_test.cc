@@ -235,8 +235,8 @@ TEST_F(LogFile, IsOpenOnceAndNeitherItNorAPipeIsLeftToAProgramThatIsExecuted) {
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd << " " << target;
   }
   EXPECT_EQ(open_files, 1);
-  close(ends[0]);
   close(ends[1]);
+  EXPECT_EQ(plain(drained(ends[0])), "WRN p:P text\n");
 }
 
 // Nobody's lines overwrite another's, and each line names its own process.

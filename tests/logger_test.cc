@@ -96,14 +96,13 @@ TEST_F(Logger, StartAndLoggOutOfOrderAreTold) {
 TEST_F(Logger, EachLevelHasItsDestination) {
   EXPECT_EQ(printed(log_at_all_levels), "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\n");
   umask(0);
-  logmsgNodeno = 12;
+  logmsgNodeno = 0;
   set("logfile", folder_ / "log");
   set("diagnosticfile", folder_ / "dia");
   log_at_all_levels();
-  EXPECT_EQ(read("log12"),
-            "n:12 p:P text\nn:12 WRN p:P text\nn:12 ERR p:P text\nn:12 VSE p:P text\n");
-  EXPECT_EQ(read("dia.12"), "Node-12 text\n");
-  EXPECT_EQ(fs::status(folder_ / "log12").permissions(), fs::perms{0640});
+  EXPECT_EQ(read("log0"), "n:0 p:P text\nn:0 WRN p:P text\nn:0 ERR p:P text\nn:0 VSE p:P text\n");
+  EXPECT_EQ(read("dia.0"), "Node-0 text\n");
+  EXPECT_EQ(fs::status(folder_ / "log0").permissions(), fs::perms{0640});
 
   EXPECT_EQ(printed([] {
               logmsg.setMethodAll(LogMethod::TO_STDOUT);
@@ -119,21 +118,29 @@ TEST_F(Logger, EachLevelHasItsDestination) {
                 logmsg.showTag(static_cast<LogLevel>(level), level != LEVEL_INF);
               }
             }),
-            "first, n:12 INF p:P text\nn:12 p:P text\n|Illegal log-level");
+            "first, n:0 INF p:P text\nn:0 p:P text\n|Illegal log-level");
 }
 
 TEST_F(Logger, HistoryFileIsNamedByKeyAndNode) {
-  const std::tuple<const char*, int, const char*> cases[] = {
-      {"nodeno", 2, "h.2.s%d"}, {"shmkeynodeno", 2, "h.5-2.s%d"}, {"shmkey", -1, "h.5.s%d"}};
-  for (const auto& [kind, node, file] : cases) {
+  const struct {
+    const char* kind;
+    int node, key;
+    const char* file;
+  } cases[] = {{"nodeno", 0, 5, "h.0.s%d"},         {"nodenoshmkey", 2, 5, "h.2-5.s%d"},
+               {"shmkeynodeno", 2, 0, "h.0-2.s%d"}, {"shmkeynodeno", -1, 5, "h.5.s%d"},
+               {"nodenoshmkey", 2, -1, "h.2.s%d"},  {"shmkey", -1, 5, "h.5.s%d"}};
+  for (const auto& [kind, node, key, file] : cases) {
     logmsgNodeno = node;
     set("historyfile", folder_ / "h.%d.s%d");
     set("historysubst", kind);
+    logmsg.setMethod(LEVEL_WRN, LogMethod::TO_STDOUT);
+    logmsg.detach(LEVEL_TST);
     SCOPED_TRACE(file);
-    EXPECT_TRUE(logmsg.tryHistoryfile(5));
-    EXPECT_TRUE(logmsg.redirectHistoryFile(5));
-    log(LEVEL_ERR);
-    EXPECT_TRUE(read(file).ends_with("ERR p:P text\n")) << file;
+    EXPECT_TRUE(logmsg.tryHistoryfile(key));
+    EXPECT_TRUE(logmsg.redirectHistoryFile(key));
+    for (const LogLevel level : {LEVEL_ERR, LEVEL_WRN, LEVEL_TST}) log(level);
+    const std::string head = node < 0 ? "" : "n:" + std::to_string(node) + " ";
+    EXPECT_TRUE(read(file).ends_with(head + "ERR p:P text\n" + head + "WRN p:P text\n"));
   }
   set("historyfile", folder_ / "missing/%n%s%d");
   EXPECT_FALSE(logmsg.redirectHistoryFile(1));
@@ -227,13 +234,16 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
     setenv("JOURNAL_STREAM", stream.c_str(), 1);
     log(LEVEL_INF);  // which does not go to the system log
     log(LEVEL_ERR);
+    setenv("JOURNAL_STREAM", "1:1", 1);
+    log(LEVEL_VSE);
     unsetenv("JOURNAL_STREAM");
   };
-  EXPECT_EQ(printed(log_to_journal), "|p:P text\nERR p:P text\n");  // nobody reads the system log
+  EXPECT_EQ(printed(log_to_journal),
+            "|p:P text\nERR p:P text\nVSE p:P text\n");  // nobody reads the system log
   const int server = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = {AF_UNIX, "/dev/log"};
   EXPECT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(printed(log_to_journal), "|p:P text\n");
+  EXPECT_EQ(printed(log_to_journal), "|p:P text\nVSE p:P text\n");
   const std::string output = printed([] {
     logmsg.newConfig();
     log_at_all_levels();
@@ -268,7 +278,8 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   }
   EXPECT_EQ(
       plain(std::regex_replace(received, std::regex("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "), "")),
-      "<131>KORV[P]: ERR p:P text\n<132>KORV[P]: WRN p:P text\n<131>KORV[P]: ERR p:P "
+      "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<132>KORV[P]: WRN p:P "
+      "text\n<131>KORV[P]: ERR p:P "
       "text\n<129>KORV[P]: VSE p:P text\n"
       "<131>KORV[P]: text\n<79>OTHER[P]: DBG p:P 100%s\n<185>OTHER[P]: VSE p:P text\n"
       "<73>OTHER[P]: VSE p:P text\n");
@@ -292,6 +303,9 @@ TEST_F(Logger, StatusIsReportedWhole) {
   Status error = status;
   error.severity = SEV_ERROR;
   error.report(nullptr);
+  logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+  error.printSysError();
+  logmsg.logg();
   EXPECT_EXIT(status.abort("gone"), testing::ExitedWithCode(1), "");
   EXPECT_EXIT(status.abort(nullptr), testing::ExitedWithCode(1), "");
   std::string trace;
@@ -304,6 +318,7 @@ TEST_F(Logger, StatusIsReportedWhole) {
   // Those that end are children with numbers of their own.
   EXPECT_EQ(std::regex_replace(read("log"), std::regex("p:[0-9]+"), "p:P"),
             "ERR p:P Level='error' (0x3), Message='KORV-E" + place + os_message +
+                "p:P  (0x157c)   Message='KORV-E" + text + "'\n" + os_message +
                 "ERR p:P System aborted with message: 'gone'\n" + level + diagnostic +
                 "p:P exit(1)\nERR p:P System aborted:\n" + level + diagnostic +
                 "p:P exit(1)\nERR p:P opening " + level + trace +

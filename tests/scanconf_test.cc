@@ -77,6 +77,7 @@ TEST_F(Configuration, FaultLinesAreToldAndSkipped) {
       {"dunit d 1 2 cut\rhere", "Illegal param.s (4) after 'dunit'"},
       {"site s t 1", "Illegal param.s (1) after 'site'"},
       {"debug 1", "Illegal param.s (1) after 'debug'"},
+      {"debug 1x t", "Illegal param.s (0) after 'debug'"},
       {"set nodes", "Illegal param.s (1) after 'set'"},
       {"set nodes \"7", "Set line not terminated by \""},
       {"set nodes 7\"", "Set line not terminated by \""},
@@ -172,6 +173,10 @@ TEST_F(Configuration, SecondFileGoesOnTopOfTheFirstUnlessBothDefineANode) {
   tried.constraints(status_);
   EXPECT_EQ(status_.number, MOX_VARIABLES_CONTRADICT);
   EXPECT_EQ(tried.get("nodes")->text() + value("nodes"), "64");
+  tried.set("alivetime", 1250, status_);  // as large as aliveint
+  EXPECT_FALSE(status_.failed());
+  tried.constraints(status_);
+  EXPECT_FALSE(status_.failed());
 }
 
 TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
@@ -186,6 +191,10 @@ TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
   while (all.next() != nullptr) ++count;
   EXPECT_EQ(count, 200);  // 201 rows, two of which define one name
   EXPECT_EQ(VarKey::hash("historytime"), 2712245385U);
+  std::FILE* const file = std::fopen(path_.c_str(), "w");
+  VarSet::instance().print(file);
+  std::fclose(file);
+  EXPECT_TRUE(read_file(path_).starts_with("accessinfo_disable = 0\nacktimeout = 500\n"));
   const Variable* repairlimit = own.find("repairlimit");
   EXPECT_EQ(repairlimit->minimum(), 0);
   EXPECT_EQ(repairlimit->initialNumber(), 20);
@@ -210,6 +219,12 @@ TEST_F(Configuration, CallersInCGetTheirDefaultUntilTheVariableIsSet) {
   char* text = nullptr;
   EXPECT_EQ(varGetInt("nodes", &number, 9999), 0);
   EXPECT_EQ(varSetInt("nodes", -1), 336);
+  EXPECT_EQ(varSetInt("ntrans", 300), 0);
+  EXPECT_EQ(varGetInt("ntrans", &number, 9999), 0);
+  EXPECT_EQ(number, 300);
+  printed([&] { EXPECT_EQ(varGetInt("no_such", &number, 9999), 320); });
+  printed([&] { EXPECT_EQ(varGetChar("no_such", &text, "mine"), 320); });
+  EXPECT_STREQ(text, "mine");
   write_file(path_, "set logfile \"theirs\"\n");
   EXPECT_EQ(cScanConf(path_.c_str()), 0);
   EXPECT_EQ(varGetChar("logfile", &text, "mine"), 0);
