@@ -184,9 +184,11 @@ TEST_F(Scan, ReleaseBlockAndDescriptionOfTheProgram) {
   const std::regex block(
       "\nMox Database Server 1.0 \nVersion     : 1.0.0.0 \\[V1-0-0-0 [0-9]{4}(-[0-9]{2}){2} "
       "[0-9]{2}(:[0-9]{2}){2} [^ \\]]+\\]  \\(Linux_[0-9]+\\.[0-9]+_\\w+\\) \n\nCopyright \\(c\\) "
-      "The Mox Authors.\n\nlink_command: g%s\n\\|");
-  const std::string text = printed([] { printLinkInfo(stdout, 12, nullptr, "g%s"); });
+      "The Mox Authors.\n\nlink_time   : now\nlink_command: g%s\n\\|");
+  const std::string text = printed([] { printLinkInfo(stdout, 12, "now", "g%s"); });
   EXPECT_TRUE(std::regex_match(text, block)) << text;
+  EXPECT_EQ(getCopyrightInfo(13), getCopyrightInfo(12));
+  EXPECT_TRUE(getCopyrightInfo(16).starts_with(getCopyrightInfo(12) + " All rights reserved.\n"));
   const std::string title = "Mox Database Server 1.0 ";
   EXPECT_EQ(getProgVersInfo(38), title + "Resource manager utility");
   EXPECT_EQ(getProgVersInfo(16), title + "Device setup utility");

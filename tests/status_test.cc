@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "common/base/printable.h"
 #include "errutils/statuss.h"
 #include "src/utl/fmtstatus.h"
 
@@ -86,6 +87,20 @@ TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
   EXPECT_EQ(addStatusParam(&status, std::string(100, 'b').c_str()), 54);
   EXPECT_EQ(std::string(status.getText()), "KORV-S-05500: Opening file \"" + std::string(200, 'a') +
                                                "\" failed, OS status=0 " + std::string(54, 'b'));
+}
+
+// The first and the last character of each length, and what is none or would move the cursor.
+TEST(Printable, KeepsTextsOfAllLanguagesAndEscapesTheRest) {
+  for (const std::string kept : {"~", "\xc2\xa0", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf",
+                                 "\xee\x80\x80", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"}) {
+    EXPECT_EQ(printable(kept), kept);
+  }
+  EXPECT_EQ(printable("\x7f\xc2\x9f\xc1\xbf\xe0\x9f\xbf"), R"(\x7f\xc2\x9f\xc1\xbf\xe0\x9f\xbf)");
+  EXPECT_EQ(printable("\xed\xa0\x80\xed\xbf\xbf"), R"(\xed\xa0\x80\xed\xbf\xbf)");
+  EXPECT_EQ(printable("\xf0\x8f\xbf\xbf\xf4\x90\x80\x80"), R"(\xf0\x8f\xbf\xbf\xf4\x90\x80\x80)");
+  EXPECT_EQ(printable("\x80\xf5\xe2\x82"
+                      "a\xe2\x82\r\t"),
+            R"(\x80\xf5\xe2\x82a\xe2\x82\r\t)");
 }
 
 TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
