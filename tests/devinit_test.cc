@@ -208,18 +208,9 @@ TEST_F(Devinit, CharacterDevicesKeepTheirNode) {
   EXPECT_TRUE(fs::is_character_file(full.path()));
 }
 
-class DevinitOnDevice : public Devinit {
- protected:
-  static constexpr std::size_t size = 4000000;
-
-  void SetUp() override {
-    if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
-  }
-
-  const LoopDevice device = loop(512, size);
-};
-
-TEST_F(DevinitOnDevice, ThatIsInUseIsRefusedUntouched) {
+TEST_F(Devinit, ABlockDeviceThatIsInUseIsRefusedUntouched) {
+  const LoopDevice device = loop(512, 4000000);
+  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
   ASSERT_EQ(devinit("-b 10", device.path()).status, 0);
   const std::string content = read_file(file);
   // As a mount holds it.
@@ -236,7 +227,10 @@ TEST_F(DevinitOnDevice, ThatIsInUseIsRefusedUntouched) {
 }
 
 // Only what lies on the disk tells whether the last data block was probed at its place.
-TEST_F(DevinitOnDevice, TheProbeIsTheLastDataBlock) {
+TEST_F(Devinit, TheProbeIsTheLastDataBlock) {
+  constexpr std::size_t size = 4000000;
+  const LoopDevice device = loop(512, size);
+  if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
   for (const bool log : {true, false}) {
     fs::resize_file(file, 12288);
     fs::resize_file(file, size);

@@ -6,9 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdint>
-#include <string>
-#include <utility>
 
 #include "tests/support/process.h"
 

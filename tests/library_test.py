@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The runtime as a stranger's projects use it: installed, by CMake and by pkg-config, in C++ and in C.
+"""The runtime as a stranger's projects use it: installed, by CMake, in C++ and in C. scripts/library.sh
+builds the examples by pkg-config.
 
 Given by the environment: BUILD_DIR, COMPILER, and FLAGS that the compilation of the library obliges to.
 """
@@ -95,16 +96,6 @@ class Library(unittest.TestCase):
                 build = self.build("runtime-demo-c", generator, generator=generator)
                 out = self.run_in(self.work, build / "runtime_demo_c", "runtime-demo/demo.conf")
                 self.assertRegex(out, r"\Aacktimeout = 900\nlogfile = demo.log\nlinked 20.* UTC\n\Z")
-
-    @unittest.skipUnless(shutil.which("pkg-config"), "skipped: pkg-config is not installed")
-    def test_examples_by_pkg_config(self):
-        folder, = self.prefix.glob("lib/**/pkgconfig")
-        for name, arguments in (("runtime-demo", [f"CXX={COMPILER}", f"CXXFLAGS={FLAGS}"]),
-                                ("runtime-demo-c", [f"CFLAGS={FLAGS}", f"LDFLAGS={FLAGS}"])):
-            self.run_in(self.work / name, "make", *arguments, PKG_CONFIG_PATH=str(folder))
-        self.use_the_demo(self.work / "runtime-demo/runtime_demo")
-        out = self.run_in(self.work, "runtime-demo-c/runtime_demo_c")
-        self.assertEqual(out, "acktimeout = 500\nlogfile = none\n")
 
     def test_first_lines_of_a_program_are_as_the_page_shows_them(self):
         text = (SOURCES / "man/mox_runtime.7").read_text()

@@ -7,10 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <string>
-#include <vector>
 
 #include "common/lockmem.h"
 #include "tests/support/ipc_namespace.h"
