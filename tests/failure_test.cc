@@ -47,31 +47,11 @@ class Failures : public IpcTest {
     ASSERT_TRUE(nothing_left());
   }
 
-  // Runs the command with a fault in each of the system calls that it makes when it is left alone.
-  template <class Prepare, class Verify>
-  void strike_everywhere(const Command& command, const std::string& what, Prepare prepare,
-                         Verify verify) {
-    prepare();
-    const auto calls = calls_of(command);
-    clean_up();
-    EXPECT_GT(calls.size(), 20U);
-    for (const auto& [call, n] : calls) {
-      for (const bool from_there_on : {false, true}) {
-        lasting = from_there_on;
-        bool struck = false;
-        prepare();
-        const RunResult result = run_with_fault(command, {call, what, from_there_on}, n, struck);
-        SCOPED_TRACE(call + ":" + what + ":when=" + std::to_string(n) +
-                     (from_there_on ? "+\n" : "\n") + result.out + result.err);
-        EXPECT_TRUE(struck);
-        verify(result);
-        clean_up();
-        if (HasFailure()) return;
-      }
-    }
+  Trial trial(const Command& command, const std::function<void()>& prepare,
+              const std::function<void(const RunResult&, const Strike&)>& verify) {
+    return {command, prepare, verify, [this] { clean_up(); }};
   }
 
-  bool lasting = false;  // whether the fault at hand strikes from there on
   TempFolder folder;
   const std::string file = folder / "device";
   const Command create = {MOX_RES_MGR, "create", "node-1: ipcbase=1000, databuf=10, evbuf=7",
@@ -83,21 +63,19 @@ class Failures : public IpcTest {
   static constexpr auto no_preparation = [] {};
 };
 
-const char* const faults[] = {"error=EPERM", "error=ENOMEM", "signal=SIGTERM"};
+const std::vector<std::string> faults = {"error=EPERM", "error=ENOMEM", "signal=SIGTERM"};
 
 TEST_F(Failures, CreateIsAllOrNothingWhateverCallFails) {
-  for (const std::string fault : faults) {
-    strike_everywhere(create, fault, no_preparation, [&](const RunResult& result) {
-      EXPECT_EQ(result.signal != 0, result.status != 0 && fault.starts_with("signal"));
-      if (result.status == 0) {
-        EXPECT_TRUE(everything_there());
-      } else if (lasting) {  // then the undo fails as well
-        expect_leftovers_named(result, "semaphores with ");
-      } else {
-        EXPECT_TRUE(nothing_left());
-      }
-    });
-  }
+  trial(create, no_preparation, [](const RunResult& result, const Strike& strike) {
+    EXPECT_EQ(result.signal != 0, result.status != 0 && strike.fault.starts_with("signal"));
+    if (result.status == 0) {
+      EXPECT_TRUE(everything_there());
+    } else if (strike.lasting) {  // then the undo fails as well
+      expect_leftovers_named(result, "semaphores with ");
+    } else {
+      EXPECT_TRUE(nothing_left());
+    }
+  }).strike_everywhere(faults);
 }
 
 class Signals : public Failures {
@@ -151,22 +129,19 @@ TEST_F(Signals, AnAlarmOfTheCallerIsAnInterrupt) {
 // The undo has calls of its own, which a CREATE that succeeds does not make.
 TEST_F(Failures, FailedUndoIsNamed) {
   const auto stranger = [] { shmget(2004, 10, IPC_CREAT | 0600); };
-  strike_everywhere(create, "error=EPERM", stranger, [](const RunResult& result) {
+  trial(create, stranger, [](const RunResult& result, const Strike& /*strike*/) {
     EXPECT_NE(result.status, 0);
     EXPECT_EQ(shmctl(shmget(2004, 0, 0), IPC_RMID, nullptr), 0);
     expect_leftovers_named(result, "semaphores with ");
-  });
+  }).strike_everywhere({"error=EPERM"});
 }
 
 TEST_F(Failures, CheckLeavesNothingWhateverCallFails) {
-  for (const std::string fault : faults) {
-    strike_everywhere(check, fault, no_preparation, [&](const RunResult& result) {
-      EXPECT_TRUE(result.signal == 0 || fault.starts_with("signal"));
-      expect_leftovers_named(result, "semaphores with ");
-      const std::string report = "undo of device " + file + " create failed";
-      EXPECT_TRUE(!fs::exists(file) || result.out.find(report) != std::string::npos);
-    });
-  }
+  trial(check, no_preparation, [this](const RunResult& result, const Strike& /*strike*/) {
+    expect_leftovers_named(result, "semaphores with ");
+    const std::string report = "undo of device " + file + " create failed";
+    EXPECT_TRUE(!fs::exists(file) || result.out.find(report) != std::string::npos);
+  }).strike_everywhere(faults);
 }
 
 TEST_F(Failures, DeleteGoesOnWhateverCallFails) {
@@ -174,21 +149,20 @@ TEST_F(Failures, DeleteGoesOnWhateverCallFails) {
     run_program(create);
     write_file(file, "x");
   };
-  strike_everywhere(del, "error=EPERM", create_all, [this](const RunResult& result) {
-    EXPECT_EQ(result.signal, 0);
+  trial(del, create_all, [this](const RunResult& result, const Strike& /*strike*/) {
     if (result.status != 0) return;  // it did not even begin, and says so
     expect_leftovers_named(result, "emaphore ");
     const std::string report = "Error: delete of file " + file + " failed\n";
     EXPECT_TRUE(!fs::exists(file) || result.out.find(report) != std::string::npos);
-  });
+  }).strike_everywhere({"error=EPERM"});
 }
 
 TEST_F(Failures, DeleteCleansUpAfterAKill) {
-  strike_everywhere(create, "signal=SIGKILL", no_preparation, [](const RunResult& result) {
+  trial(create, no_preparation, [](const RunResult& result, const Strike& /*strike*/) {
     EXPECT_EQ(result.signal, SIGKILL);
     // Every line is out when what follows it begins.
     EXPECT_TRUE(segment_keys().empty() || result.out.starts_with("checking ipcbase 1000\n"));
-  });
+  }).strike_everywhere({"signal=SIGKILL"});
 }
 
 TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
@@ -199,56 +173,39 @@ TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
   const auto same_format = [&](const std::string& device) {  // the creation time apart
     return device.size() == content.size() && device.substr(8204) == content.substr(8204);
   };
-  for (const char* what : {"error=EIO", "signal=SIGTERM"}) {
-    strike_everywhere(initialise, what, no_preparation, [&](const RunResult& result) {
-      const std::string device = read_file(file);
-      if (result.status == 0) {
-        EXPECT_TRUE(same_format(device));
-      } else if (same_format(device)) {  // a good device, whose report was lost
-        EXPECT_TRUE(result.err.empty() || result.err.find("standard output") != std::string::npos);
-      } else {
-        EXPECT_TRUE(!fs::exists(file) || result.err.find(file) != std::string::npos);
-        EXPECT_TRUE(result.signal == SIGTERM ||
-                    result.err.find("DEVINIT-ERROR") != std::string::npos);
-      }
-    });
-  }
+  trial(initialise, no_preparation, [&](const RunResult& result, const Strike& /*strike*/) {
+    const std::string device = read_file(file);
+    if (result.status == 0) {
+      EXPECT_TRUE(same_format(device));
+    } else if (same_format(device)) {  // a good device, whose report was lost
+      EXPECT_TRUE(result.err.empty() || result.err.find("standard output") != std::string::npos);
+    } else {
+      EXPECT_TRUE(!fs::exists(file) || result.err.find(file) != std::string::npos);
+      EXPECT_TRUE(result.signal == SIGTERM ||
+                  result.err.find("DEVINIT-ERROR") != std::string::npos);
+    }
+  }).strike_everywhere({"error=EIO", "signal=SIGTERM"});
   const Command verify = {DEVINIT, "-V", "-b", "1100", "-f", file};
   const auto put_device = [&] { write_file(file, content); };
   put_device();
   const std::string report = run_program(verify).out;
-  strike_everywhere(verify, "error=EIO", put_device, [&](const RunResult& result) {
+  trial(verify, put_device, [&](const RunResult& result, const Strike& /*strike*/) {
     EXPECT_EQ(read_file(file), content);
     EXPECT_EQ(result.status == 0, result.out == report);
     const bool told = result.err.find("DEVINIT-ERROR") != std::string::npos;
     EXPECT_TRUE(result.status == 0 || told || result.err.empty());
-  });
+  }).strike_everywhere({"error=EIO"});
 }
 
-#ifdef FAILING_MALLOC
 TEST_F(Failures, EveryCommandIsAllOrNothingWhateverAllocationFails) {
-  const std::string mark = folder / "mark";
   const Command initialise = {DEVINIT, "-b", "100", "-f", file};
   for (const Command& command : {create, check, initialise}) {
-    for (const char* mode : {"FAILING_MALLOC_AT_ONLY=1", "FAILING_MALLOC_ON=1"}) {
-      // The first allocation is the C++ library's reserve, without which it cannot throw bad_alloc.
-      int strikes = 1;
-      do {
-        fs::remove(mark);
-        const std::string at = "FAILING_MALLOC_AT=" + std::to_string(++strikes);
-        const RunResult result = run_program(
-            command, {"LD_PRELOAD=" FAILING_MALLOC, at, "FAILING_MALLOC_MARK=" + mark, mode});
-        SCOPED_TRACE(at + " " + mode + "\n" + result.out + result.err);
-        EXPECT_EQ(result.signal, 0);
-        const bool made = command == create && result.status == 0;
-        EXPECT_TRUE(made ? everything_there() : nothing_left());
-        EXPECT_EQ(fs::exists(file), command == initialise && result.status == 0);
-        clean_up();
-      } while (fs::exists(mark));
-      EXPECT_GT(strikes, 5);
-    }
+    trial(command, no_preparation, [&](const RunResult& result, const Strike& /*strike*/) {
+      const bool made = command == create && result.status == 0;
+      EXPECT_TRUE(made ? everything_there() : nothing_left());
+      EXPECT_EQ(fs::exists(file), command == initialise && result.status == 0);
+    }).refuse_every_allocation();
   }
 }
-#endif
 
 }  // namespace
