@@ -25,10 +25,8 @@ TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
   expect_session(R"(
 $ mox_res_mgr create node-0: ipcbase=100, databuf=1, tlogbuf=2, nlogbuf=3, sqlbuf=5, \
 evbuf=7 node-9: ipcbase=2147483644
-checking ipcbase 100
-node-0:ipcbase=100
-checking ipcbase 2147483644
-node-9:ipcbase=2147483644
+node-0 at 100
+node-9 at 2147483644
 )");
   const std::vector<std::string> segments = {
       "-2147483648 660 4194304 0", "101 660 1 0", "102 660 2 0", "103 660 3 0",
@@ -54,14 +52,12 @@ TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
   shmget(2003, 10, IPC_CREAT | 0600);
   expect_session(R"(
 $ mox_res_mgr create node-0: ipcbase=1000, evbuf=10 node-1: ipcbase=2000, databuf=9, nlogbuf=10
-checking ipcbase 1000
-node-0:ipcbase=1000
+node-0 at 1000
 checking ipcbase 2000
 5515 S4 Shared memory segment with key "2003" exists already
-Error: create failed, removing 4 elements
+Error: create failed, removing 4 elements; abnormal
 log: in the way: segment with key 2003: shmid 0, owner uid 0, 10 bytes, \
 attached 0 times, created by pid me
-= 1 abnormal
 )");
   EXPECT_EQ(segment_keys(), std::vector<int>{2003});
   EXPECT_TRUE(kernel_sets().empty());
@@ -76,8 +72,7 @@ TEST_F(ResourceManager, TakesOverAnExistingSemaphoreSet) {
   semget(3005, 2, IPC_CREAT | 0600);
   expect_session(R"(
 $ mox_res_mgr create node-0: ipcbase=1000
-checking ipcbase 1000
-node-0:ipcbase=1000
+node-0 at 1000
 log: taken over: semaphore set with key 1005: semid 0, owner uid 1, creator uid 0, 8 semaphores
 $ mox_res_mgr create node-1: ipcbase=1000 > /dev/null 2>&1
 = 1
@@ -86,9 +81,8 @@ checking ipcbase 3000
 5520 E3 Creating semaphore with key "3005" failed: Invalid argument
 Error: mutex creation failed
 5520 E3 Creating semaphore with key "3005" failed: Invalid argument
-Error: create failed, removing 1 elements
+Error: create failed, removing 1 elements; abnormal
 log: in the way: semaphore set with key 3005: semid 1, owner uid 0, creator uid 0, 2 semaphores
-= 1 abnormal
 $ mox_res_mgr delete node-2: ipcbase=3000
 5520 E3 Creating semaphore with key "3005" failed: Invalid argument
 Error: cannot attach to semaphore 3005
@@ -107,24 +101,19 @@ TEST_F(ResourceManager, SearchesRoundKeysInUseUpToTheLastAndNotBeyond) {
   semget(115, 1, IPC_CREAT | 0600);
   expect_session(R"(
 $ mox_res_mgr create --search node-0: ipcbase=100 node-1: ipcbase=100, databuf=5 node-2: evbuf=0
-checking ipcbase 111
-node-0:ipcbase=111
-checking ipcbase 119
-node-1:ipcbase=119
-checking ipcbase 4
-node-2:ipcbase=4
+node-0 at 111
+node-1 at 119
+node-2 at 4
 $ mox_res_mgr create --search node-0: ipcbase=2147483640
-checking ipcbase 2147483640
-node-0:ipcbase=2147483640
+node-0 at 2147483640
 $ mox_res_mgr create --search node-0: ipcbase=2147483632
-checking ipcbase 2147483632
-node-0:ipcbase=2147483632
+node-0 at 2147483632
 )");
   for (const std::string base : {"2147483632", "2147483640", "2147483641", "2147483647"}) {
     expect_session("$ mox_res_mgr create --search node-0: ipcbase=" + base +
-                   "\nError: search failed\nError: create failed, removing 0 elements\n"
+                   "\nError: search failed\nError: create failed, removing 0 elements; abnormal\n"
                    "log: search of free keys: no eight keys in a row are free from " +
-                   base + " on\n= 1 abnormal\n");
+                   base + " on\n");
   }
 }
 
@@ -132,16 +121,14 @@ node-0:ipcbase=2147483632
 TEST_F(ResourceManager, SeesAndSparesWhatBelongsToOthers) {
   const std::string script = R"(
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create --search node-0: ipcbase=100
-checking ipcbase 109
-node-0:ipcbase=109
+node-0 at 109
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create node-1: ipcbase=108
 checking ipcbase 108
 5520 E3 Creating semaphore with key "113" failed: Permission denied
 Error: mutex creation failed
 5520 E3 Creating semaphore with key "113" failed: Permission denied
-Error: create failed, removing 1 elements
+Error: create failed, removing 1 elements; abnormal
 log: in the way: semaphore set with key 113: semid 0, owner uid 0, creator uid 0, 8 semaphores
-= 1 abnormal
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr delete node-1: ipcbase=100
 5520 E3 Creating semaphore with key "105" failed: No such file or directory
 Error: cannot attach to semaphore 105
@@ -161,8 +148,7 @@ Error: delete of shared memory segment 107 failed
 TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
   expect_session(R"(
 $ mox_res_mgr check node-1: ipcbase=10, databuf=5 node-2: ipcbase=10
-checking ipcbase 10
-node-1:ipcbase=10
+node-1 at 10
 checking ipcbase 10
 5515 S4 Shared memory segment with key "14" exists already
 Error: check failed
@@ -198,8 +184,7 @@ log: removed for a node without ipcbase: segment with key 1: shmid 0, owner uid 
 attached 0 times, created by pid me
 log: removing /nonexistent/file: No such file or directory
 $ mox_res_mgr create node-0: ipcbase=100
-checking ipcbase 100
-node-0:ipcbase=100
+node-0 at 100
 $ mox_res_mgr delete node-0: ipcbase=100
 no segment 101, 102, 103, 105
 )");
@@ -214,15 +199,13 @@ TEST_F(ResourceManager, ExplainsWhatTheKernelRefuses) {
 $ cd /proc/sys/kernel; echo 2 > shmmni; mox_res_mgr create --search node-0: ipcbase=10, databuf=5
 checking ipcbase 10
 5510 S4 Getting shared memory segment with key "14" failed: No space left on device
-Error: create failed, removing 1 elements
+Error: create failed, removing 1 elements; abnormal
 log: kernel limit met: kernel.shmmni=2 segments, in use now 2; asked for 4194304 bytes
-= 1 abnormal
 $ cd /proc/sys/kernel; echo 9 > shmmni; echo 1000 > shmall; mox_res_mgr create node-0: ipcbase=10
 checking ipcbase 10
 5510 S4 Getting shared memory segment with key "14" failed: No space left on device
-Error: create failed, removing 0 elements
+Error: create failed, removing 0 elements; abnormal
 log: kernel limit met: kernel.shmall=1000 pages, in use now 1; asked for 4194304 bytes
-= 1 abnormal
 $ cd /proc/sys/kernel; echo 4000000 > shmmax; mox_res_mgr create node-0: ipcbase=10 | wc -l
 4
 log: kernel limit met: kernel.shmmax=4000000 bytes; asked for 4194304 bytes
@@ -233,8 +216,7 @@ log: kernel limit met: kernel.sem=9	8	7	0 (per set, in all, per operation, sets)
 0 sets with 0 semaphores
 $ cd /proc/sys/kernel; echo 9 8 7 6 > sem; echo 1 > shm_rmid_forced
 $ mox_res_mgr create node-0: ipcbase=10
-checking ipcbase 10
-node-0:ipcbase=10
+node-0 at 10
 log: kernel.shm_rmid_forced=1: the segments will vanish when this program ends, unless somebody \
 attaches them first
 $ mox_res_mgr delete node-0: ipcbase=20 | tail -n 1
@@ -250,17 +232,15 @@ TEST_F(ResourceManager, TellsWhatItCannotLookAtFromWhatIsNotThere) {
   expect_session(R"(
 $ strace -qq -o /dev/null -e inject=semget:error=EIO mox_res_mgr create --search node-0: ipcbase=1
 Error: search failed
-Error: create failed, removing 0 elements
+Error: create failed, removing 0 elements; abnormal
 log: search of free keys: Level='error' (0x3), Message='KORV-E-05520: Creating semaphore with key \
 "6" failed, OS status=5' (0x1590)
-= 1 abnormal
 $ unshare --mount sh -c 'mount --bind /dev/null /proc/sysvipc/shm; exec strace -qq -o /dev/null \
 -e inject=shmctl:error=EPERM mox_res_mgr create --search node-0: ipcbase=100'
 Error: get_shm_list failed while getting nkeys
 Error: search failed
-Error: create failed, removing 0 elements
+Error: create failed, removing 0 elements; abnormal
 log: listing the shared memory segments of the host failed: Operation not permitted
-= 1 abnormal
 $ strace -qq -o /dev/null -e inject=shmget:error=ENOMEM mox_res_mgr create node-0: ipcbase=1 2>&1 | \
 sed -n "s/ [0-9]* kB; / some kB; /; s/CommitLimit $(awk '/^CommitL/ {print $2}' /proc/meminfo) /LIMIT /; \
 s/.*memory=. *, *//p"
@@ -280,8 +260,7 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
   expect_session("$ mox_res_mgr -v -V\n" + version + link + R"(Error: \n
 
 ^
-usage
-= 1 abnormal
+usage; abnormal
 $ mox_res_mgr -h -f /nonexistent
 usage
 
@@ -295,8 +274,7 @@ opt: ?
 Error: 3\n
  3
  ^
-usage
-= 1 abnormal
+usage; abnormal
 $ mox_res_mgr -f /nonexistent create node-0:
 5500 S4 Opening file "/nonexistent" failed: No such file or directory
 = 1
@@ -304,22 +282,18 @@ $ mox_res_mgr create --find node-0:
 Error: find
  create --find
              ^
-usage
-= 1 abnormal
+usage; abnormal
 $ mox_res_mgr create -- node-0: ipcbase=1
 Error: node
  create -- node
               ^
-usage
-= 1 abnormal
+usage; abnormal
 $ mox_res_mgr check --search node-0: ipcbase=100, device-0.path=/x
-Error: --search not allowed for devices
-= 1 abnormal
+Error: --search not allowed for devices; abnormal
 $ mox_res_mgr create --search node-0: evbuf=0
 Error: illegal key 0
 5510 S4 Getting shared memory segment with key "0" failed, OS status=0
-Error: create failed, removing 0 elements
-= 1 abnormal
+Error: create failed, removing 0 elements; abnormal
 $ mox_res_mgr check node-0:
 Error: illegal key 0
 5510 S4 Getting shared memory segment with key "0" failed, OS status=0
@@ -342,8 +316,7 @@ TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
 #endif
   expect_session(R"(
 $ printf 'create\tnode-0:\r\n  ipcbase=100\n' > @/a; mox_res_mgr -f @/a these words do not count
-checking ipcbase 100
-node-0:ipcbase=100
+node-0 at 100
 $ printf 'delete node-0: ipcbase=100\0 node-1:' > @/a; mox_res_mgr -f @/a
 Error: command file @/a holds a zero byte
 = 1
@@ -357,9 +330,8 @@ $ mox_res_mgr -f @/million
 Error: x
  create x
         ^
-usage
+usage; abnormal
 log: syntax error in @/million, line 1, column 8
-= 1 abnormal
 $ : holes are refused before they fill the memory; truncate -s 4294967295 @/a
 $ )" + limit + R"(; mox_res_mgr -f @/a
 Error: command file @/a holds a zero byte
@@ -369,15 +341,13 @@ $ truncate -s 4294967296 @/a; mox_res_mgr -f @/a
 = 1
 $ mkfifo @/fifo; (sleep 0.3; (printf create; sleep 0.3; printf ' node-0: ipcbase=90') > @/fifo) & \
 mox_res_mgr -f @/fifo
-checking ipcbase 90
-node-0:ipcbase=90
+node-0 at 90
 $ : a pipe that nobody writes to is empty; mox_res_mgr -f @/fifo
 Error: \n
 
 ^
-usage
+usage; abnormal
 log: syntax error in @/fifo, line 1, column 1
-= 1 abnormal
 $ yes | mox_res_mgr -f /dev/stdin
 5502 S4 Reading file "/dev/stdin" failed: File too large
 = 1

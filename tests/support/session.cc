@@ -28,7 +28,9 @@ std::string shortened(std::string text) {
       {", OS status=[0-9]+ OS error message: ", ": "},
       {"5510 S4 Getting shared memory segment with key \"([0-9]+)\" failed: No such file or "
        "directory\nError: delete of shared memory segment \\1 failed",
-       "no segment $1"}};
+       "no segment $1"},
+      {"checking ipcbase ([0-9]+)\nnode-([0-9]+):ipcbase=\\1\n", "node-$2 at $1\n"},
+      {"\nabnormal termination, exit\\(1\\)\n", "; abnormal\n"}};
   for (const auto& [form, brief] : forms) text = std::regex_replace(text, std::regex(form), brief);
   for (std::string before; before != text;) {
     before = text;
@@ -53,13 +55,8 @@ std::string played(const std::string& command) {
   const std::string folder = std::filesystem::path(MOX_RES_MGR).parent_path();
   const RunResult result = run_program({"/bin/sh", "-c", "PATH=" + folder + ":$PATH; " + command});
   std::string text = shortened(result.out) + warnings(result.err);
-  std::string status = "= " + std::to_string(result.status);
-  const std::string abnormal = "abnormal termination, exit(1)\n";
-  if (result.out.ends_with(abnormal)) {
-    text.erase(text.find(abnormal), abnormal.size());
-    status += " abnormal";
-  }
-  return result.status == 0 ? text : text + status + "\n";
+  const int expected = result.out.ends_with("\nabnormal termination, exit(1)\n") ? 1 : 0;
+  return result.status == expected ? text : text + "= " + std::to_string(result.status) + "\n";
 }
 
 }  // namespace
