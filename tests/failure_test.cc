@@ -2,7 +2,10 @@
 // after the other is refused. Whatever happens: all or nothing, as the kernel tells it, and what
 // cannot be undone is named.
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/sem.h>
 #include <sys/shm.h>
 
 #include <filesystem>
@@ -18,6 +21,10 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 using Command = std::vector<std::string>;
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 
 class Failures : public IpcTest {
  protected:
@@ -122,7 +129,7 @@ TEST_F(Signals, AnAlarmOfTheCallerIsAnInterrupt) {
   bool struck = false;
   const RunResult result = run_with_fault(command, {"shmget", "delay_enter=1500000"}, 2, struck);
   EXPECT_EQ(result.signal, SIGALRM);
-  EXPECT_NE(result.out.find("Error: interrupted by signal 14\n"), std::string::npos) << result.out;
+  EXPECT_THAT(result.out, HasSubstr("Error: interrupted by signal 14\n"));
   EXPECT_TRUE(nothing_left());
 }
 
@@ -140,7 +147,7 @@ TEST_F(Failures, CheckLeavesNothingWhateverCallFails) {
   trial(check, no_preparation, [this](const RunResult& result, const Strike& /*strike*/) {
     expect_leftovers_named(result, "semaphores with ");
     const std::string report = "undo of device " + file + " create failed";
-    EXPECT_TRUE(!fs::exists(file) || result.out.find(report) != std::string::npos);
+    EXPECT_TRUE(!fs::exists(file) || contains(result.out, report));
   }).strike_everywhere(faults);
 }
 
@@ -153,7 +160,7 @@ TEST_F(Failures, DeleteGoesOnWhateverCallFails) {
     if (result.status != 0) return;  // it did not even begin, and says so
     expect_leftovers_named(result, "emaphore ");
     const std::string report = "Error: delete of file " + file + " failed\n";
-    EXPECT_TRUE(!fs::exists(file) || result.out.find(report) != std::string::npos);
+    EXPECT_TRUE(!fs::exists(file) || contains(result.out, report));
   }).strike_everywhere({"error=EPERM"});
 }
 
@@ -178,11 +185,10 @@ TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
     if (result.status == 0) {
       EXPECT_TRUE(same_format(device));
     } else if (same_format(device)) {  // a good device, whose report was lost
-      EXPECT_TRUE(result.err.empty() || result.err.find("standard output") != std::string::npos);
+      EXPECT_TRUE(result.err.empty() || contains(result.err, "standard output"));
     } else {
-      EXPECT_TRUE(!fs::exists(file) || result.err.find(file) != std::string::npos);
-      EXPECT_TRUE(result.signal == SIGTERM ||
-                  result.err.find("DEVINIT-ERROR") != std::string::npos);
+      EXPECT_TRUE(!fs::exists(file) || contains(result.err, file));
+      EXPECT_TRUE(result.signal == SIGTERM || contains(result.err, "DEVINIT-ERROR"));
     }
   }).strike_everywhere({"error=EIO", "signal=SIGTERM"});
   const Command verify = {DEVINIT, "-V", "-b", "1100", "-f", file};
@@ -192,7 +198,7 @@ TEST_F(Failures, OfASystemCallNeverPassForAnInitialisedDevice) {
   trial(verify, put_device, [&](const RunResult& result, const Strike& /*strike*/) {
     EXPECT_EQ(read_file(file), content);
     EXPECT_EQ(result.status == 0, result.out == report);
-    const bool told = result.err.find("DEVINIT-ERROR") != std::string::npos;
+    const bool told = contains(result.err, "DEVINIT-ERROR");
     EXPECT_TRUE(result.status == 0 || told || result.err.empty());
   }).strike_everywhere({"error=EIO"});
 }
@@ -205,6 +211,160 @@ TEST_F(Failures, EveryCommandIsAllOrNothingWhateverAllocationFails) {
       EXPECT_TRUE(made ? everything_there() : nothing_left());
       EXPECT_EQ(fs::exists(file), command == initialise && result.status == 0);
     }).refuse_every_allocation();
+  }
+}
+
+// What mox_node says is true, and what it makes or removes is all or nothing or named.
+class NodeFailures : public Failures {
+ protected:
+  void SetUp() override {
+    Failures::SetUp();
+    if (IsSkipped()) return;
+    const bool own = unshare(CLONE_NEWNS) == 0 &&
+                     mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                     mount("none", "/run/lock", "tmpfs", 0, nullptr) == 0;
+    if (!own) GTEST_SKIP() << "skipped: no mounts of its own: " << std::strerror(errno);
+    shmget(stranger_key, 10, IPC_CREAT | 0600);
+    down[1] = "down";
+  }
+
+  static std::vector<int> segments() {
+    std::vector<int> keys = segment_keys();
+    EXPECT_EQ(std::erase(keys, stranger_key), 1U) << "the stranger's segment";
+    return keys;
+  }
+  static bool nothing_left() { return segments().empty() && set_keys().empty(); }
+  static bool everything_there() {
+    return segments() == std::vector<int>{1001, 1004, 2004} &&
+           set_keys() == std::vector<int>{1005, 2005};
+  }
+
+  static void clean_up() {
+    for (const int key : segments()) shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
+    for (const int key : set_keys()) semctl(semget(key, 0, 0), 0, IPC_RMID);
+    fs::remove("/run/lock/mox_node.lock");
+  }
+
+  // Every object that is left has its key in the report or in the errors.
+  static void expect_leftovers_named(const RunResult& result) {
+    for (const auto& keys : {segments(), set_keys()}) {
+      for (const int key : keys) EXPECT_TRUE(contains(result.err, std::to_string(key))) << key;
+    }
+  }
+
+  void make_all() const { run_program(up); }
+  void make_some() const {
+    make_all();
+    shmctl(shmget(1004, 0, 0), IPC_RMID, nullptr);
+  }
+
+  static constexpr int stranger_key = 1003;
+  const Command up = {MOX_NODE, "up", "create", "node-1: ipcbase=1000, databuf=10",
+                      "node-2: ipcbase=2000"};
+  Command down = up;
+};
+
+TEST_F(NodeFailures, OfALookAreToldOrMadeGood) {
+  for (const char* verb : {"status", "plan"}) {
+    Command command = up;
+    command[1] = verb;
+    // The same objects with the same identifiers for every run.
+    make_some();
+    const RunResult truth = run_program(command);
+    EXPECT_EQ(truth.status, 3);
+    const auto verify = [&](const RunResult& result, const Strike& /*strike*/) {
+      const bool unknown = contains(result.out, "unknown");
+      if (result.status == 3) {
+        EXPECT_TRUE(result.out == truth.out || unknown);
+      } else {
+        EXPECT_EQ(result.status, 1);
+        EXPECT_TRUE(unknown || !result.err.empty() || truth.out.starts_with(result.out));
+      }
+    };
+    Trial{command, [] {}, verify, [] {}}.strike_everywhere(
+        {"error=EPERM", "error=EINVAL", "error=EIO"});
+    clean_up();
+  }
+}
+
+TEST_F(NodeFailures, OfACallLeaveAnUpAllOrNothing) {
+  const auto verify = [](const RunResult& result, const Strike& strike) {
+    if (result.status == 0) {
+      EXPECT_TRUE(everything_there());
+    } else if (contains(result.err, "writing standard output") || result.err.empty()) {
+      EXPECT_TRUE(everything_there() || nothing_left());
+    } else if (strike.lasting) {  // then the undo fails as well
+      expect_leftovers_named(result);
+    } else {
+      EXPECT_TRUE(nothing_left());
+    }
+    EXPECT_TRUE(result.signal == 0 || nothing_left());
+  };
+  Trial{up, [] {}, verify, clean_up}.strike_everywhere(
+      {"error=EPERM", "error=ENOMEM", "signal=SIGINT", "signal=SIGTERM", "signal=SIGQUIT",
+       "signal=SIGUSR1", "signal=SIGALRM"});
+}
+
+TEST_F(NodeFailures, OfACallLeaveARepairAllOrNothing) {
+  Command repair = up;
+  repair.insert(repair.begin() + 2, "--repair");
+  const auto verify = [](const RunResult& result, const Strike& strike) {
+    const bool made = everything_there();
+    EXPECT_TRUE(made || segments() == (std::vector<int>{1001, 2004}));
+    EXPECT_TRUE(result.status != 0 || made);
+    EXPECT_TRUE(result.signal == 0 || !made || strike.lasting);
+  };
+  Trial{repair, [this] { make_some(); }, verify, clean_up}.strike_everywhere(
+      {"error=EPERM", "signal=SIGTERM"});
+}
+
+TEST_F(NodeFailures, OfACallInADownAreNamed) {
+  const auto verify = [](const RunResult& result, const Strike& /*strike*/) {
+    EXPECT_TRUE(result.status != 0 || nothing_left());
+    const bool lost_report = result.err.empty() || contains(result.err, "writing standard");
+    // Who was stopped before it began has nothing to say about objects.
+    if (everything_there()) return;
+    if (!lost_report) expect_leftovers_named(result);
+    EXPECT_TRUE(result.signal == 0 || contains(result.err, "interrupted by signal "));
+  };
+  Trial{down, [this] { make_all(); }, verify, clean_up}.strike_everywhere(
+      {"error=EPERM", "error=EINVAL", "signal=SIGINT", "signal=SIGTERM", "signal=SIGHUP"});
+}
+
+TEST_F(NodeFailures, OfACallLeaveAnOutputFileWhole) {
+  const Command command = {MOX_NODE, "status", "--output-file",
+                           file,     "create", "node-1: ipcbase=1000"};
+  run_program(command);
+  const std::string after = read_file(file);
+  ASSERT_FALSE(after.empty());
+  const auto verify = [&](const RunResult& result, const Strike& strike) {
+    const std::string content = read_file(file);
+    EXPECT_TRUE(content == after || content == "before") << content;
+    EXPECT_TRUE(result.status != 2 || content == after);
+    const auto count = std::distance(fs::directory_iterator(folder.path()), {});
+    EXPECT_TRUE(count == 1 || strike.lasting);
+  };
+  const auto prepare = [&] {
+    for (const auto& entry : fs::directory_iterator(folder.path())) fs::remove(entry.path());
+    write_file(file, "before");
+  };
+  Trial{command, prepare, verify, [] {}}.strike_everywhere({"error=ENOSPC", "signal=SIGTERM"});
+}
+
+TEST_F(NodeFailures, OfAnAllocationLeaveAllOrNothing) {
+  for (const Command& command : {up, down}) {
+    const bool makes = command == up;
+    const auto prepare = [&] {
+      if (!makes) make_all();
+    };
+    const auto verify = [&](const RunResult& result, const Strike& /*strike*/) {
+      EXPECT_TRUE(result.status != 0 || (makes ? everything_there() : nothing_left()));
+      // What was made stays when only its report could not be put together.
+      EXPECT_TRUE(!makes || everything_there() || nothing_left());
+      EXPECT_TRUE(result.status == 0 || contains(result.err, "out of memory") ||
+                  contains(result.err, "Cannot allocate memory"));
+    };
+    Trial{command, prepare, verify, clean_up}.refuse_every_allocation();
   }
 }
 

@@ -24,7 +24,7 @@ std::string shortened(std::string text) {
       "Usage: mox_res_mgr <command>\n" + read_file(TEST_DATA "/usage.txt");
   replace_all(text, usage, "usage\n");
   const std::pair<const char*, const char*> forms[] = {
-      {"RESMGR ERROR Error number ([0-9]+) severity ([34]) KORV-([SE])-0\\1: (.*)", "$1 $3$2 $4"},
+      {"RESMGR ERROR Error number ([0-9]+) severity ([34]) KORV-([SE])-0*\\1: (.*)", "$1 $3$2 $4"},
       {", OS status=[0-9]+ OS error message: ", ": "},
       {"5510 S4 Getting shared memory segment with key \"([0-9]+)\" failed: No such file or "
        "directory\nError: delete of shared memory segment \\1 failed",
