@@ -243,11 +243,6 @@ class Documents(unittest.TestCase):
         self.assertGreaterEqual(len(variables), 11)
         self.assertEqual(listed("mox_runtime.7", "Ev"), variables)
 
-    def test_lines_for_logrotate(self):
-        example = (SOURCES / "examples/logrotate/mox").read_text()
-        shown = find(BLOCK, find(r"^\.Ss Rotation$(.*?)^\.Sh ", page("mox_runtime.7"))[0])[0]
-        self.assertEqual(re.sub("^#.*\n", "", example, flags=re.M), shown)
-
     def test_the_example_of_a_configuration_file_is_read(self):
         example, = find(BLOCK, page("mox.conf.5"))
         path = pathlib.Path(self.folder, "mox.conf")

@@ -123,16 +123,6 @@ TEST_F(Signals, ThoseThatEndNoProcessOrThatTheCallerIgnoresChangeNothing) {
   }
 }
 
-TEST_F(Signals, AnAlarmOfTheCallerIsAnInterrupt) {
-  Command command = {"/usr/bin/perl", "-e", "alarm 1; exec @ARGV"};
-  command.insert(command.end(), create.begin(), create.end());
-  bool struck = false;
-  const RunResult result = run_with_fault(command, {"shmget", "delay_enter=1500000"}, 2, struck);
-  EXPECT_EQ(result.signal, SIGALRM);
-  EXPECT_THAT(result.out, HasSubstr("Error: interrupted by signal 14\n"));
-  EXPECT_TRUE(nothing_left());
-}
-
 // The undo has calls of its own, which a CREATE that succeeds does not make.
 TEST_F(Failures, FailedUndoIsNamed) {
   const auto stranger = [] { shmget(2004, 10, IPC_CREAT | 0600); };

@@ -446,16 +446,6 @@ class Devices(NodeTest):
                                                      f"inject=pread64:error=EIO:when={n}"])
             self.assertEqual((device["state"], device["bytes"]), ("unknown", 5))
 
-    def test_what_the_initialiser_writes(self):
-        path = self.path("device")
-        subprocess.run(["devinit", "-l", "-b", "100", "-n", "4", "-s", "1024", "-f", path],
-                       check=True, stdout=subprocess.DEVNULL)
-        device = self.look(path)
-        self.assertLess(abs(device.pop("created") - time.time()), 60)
-        self.assertEqual(device, {"device": 0, "path": path, "state": "initialised",
-                                  "kind": "file", "bytes": 12288 + 102400, "number": 4,
-                                  "type": "log", "block_size": 1024, "name": path})
-
     def test_what_is_no_file(self):
         os.mkfifo(self.path("fifo"))
         os.symlink("loop", self.path("loop"))
