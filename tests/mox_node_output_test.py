@@ -217,8 +217,8 @@ space {self.folder}/no needed=2113536 free=? unknown
     def test_colours_on_a_terminal_alone(self):
         make_node(5000, (1, 1), (2, 1))
         segment(5020, DICTIONARY)
-        words = ["check", "node-1: ipcbase=5000, databuf=2, device-0.path=/dev/null node-2: "
-                          "ipcbase=5016 node-3: ipcbase=6000"]
+        words = ["check", "node-1: ipcbase=5000, databuf=2 node-2: ipcbase=5016 node-3: "
+                          "ipcbase=6000 node-1: device-0.path=" + self.path("zeros", b"\0")]
 
         def on_terminal(*options, **environment):
             leader, follower = pty.openpty()
@@ -550,24 +550,24 @@ class Devices(NodeTest):
         """By tables of the system that name a device which cannot even be opened."""
         node = self.path("node")
         try:
-            os.mknod(node, 0o060600, os.makedev(240, 7))
+            os.mknod(node, 0o060600, os.makedev(600, 7))
         except PermissionError as error:
             self.skipTest(f"skipped: no device nodes can be made here: {error.strerror}")
         mounted = "24 29 %s / /mnt rw shared:1 - btrfs %s rw\n"
-        partition = {"p1/dev": "240:8\n", "p1/partition": "1", "queue/dev": "240:9\n"}
+        partition = {"p1/dev": "600:8\n", "p1/partition": "1", "queue/dev": "600:9\n"}
         for name, mounts, swaps, system, check in (
-                ("free", mounted % ("240:6", "/dev/x"), "/dev/x file 1 0 -2\n", {}, None),
-                ("mounted", mounted % ("240:7", "/dev/x"), "", {}, "busy"),
+                ("free", mounted % ("600:6", "/dev/x"), "/dev/x file 1 0 -2\n", {}, None),
+                ("mounted", mounted % ("600:7", "/dev/x"), "", {}, "busy"),
                 ("mounted by its name", mounted % ("0:22", node), "", {}, "busy"),
                 ("swap", "", f"{node} partition 1 0 -2\n", {}, "busy"),
                 ("a part of another", "", "", {"holders/dm-0": ""}, "busy"),
-                ("a partition is mounted", mounted % ("240:8", "none"), "", partition, "busy"),
-                ("another is mounted", mounted % ("240:9", "none"), "", partition, None)):
+                ("a partition is mounted", mounted % ("600:8", "none"), "", partition, "busy"),
+                ("another is mounted", mounted % ("600:9", "none"), "", partition, None)):
             with self.subTest(name):
                 LIBC.mount(b"none", b"/sys/dev/block", b"tmpfs", 0, None)
-                os.makedirs("/sys/dev/block/240:7/holders")
+                os.makedirs("/sys/dev/block/600:7/holders")
                 for file, content in system.items():
-                    path = pathlib.Path("/sys/dev/block/240:7", file)
+                    path = pathlib.Path("/sys/dev/block/600:7", file)
                     path.parent.mkdir(exist_ok=True)
                     path.write_text(content)
                 self.put_over("/proc/swaps", "Filename Type Size Used Priority\n" + swaps)
