@@ -179,7 +179,7 @@ node-9 absent ipcbase=6000 attached=0
         device = self.path("disk/a\x7f")
         words = words_of(NODE.replace("create", "check") + f', device-0.path="{device}", '
                          f"device-0.size=1 node-2: ipcbase=6000, device-4.path={self.folder}/no/x,"
-                         "device-4.size=2")
+                         "device-4.size=4096")
         result = mox_node("plan", "--repair", *words)
         self.assertEqual((result.out, result.err, result.status), (f"""\
 node-1 partial ipcbase=5000 attached=0 plan=repair
@@ -198,7 +198,7 @@ limit semmni needed=2 in-use=0 limit=9 fits
 limit semmsl needed=8 in-use=- limit=32000 fits
 limit semmns needed=16 in-use=0 limit=1024000000 fits
 space {self.folder}/disk needed=1064960 free=4194304 fits
-space {self.folder}/no needed=2113536 free=? unknown
+space {self.folder}/no needed=4295110656 free=? unknown
 """, "", 6))
         kernel_setting("shmall", "9000")
         for line, status, last in (
