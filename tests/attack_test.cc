@@ -45,7 +45,10 @@ class Attacks : public IpcTest {
   }
 
   static void wait_until(const std::function<bool()>& condition) {
-    while (!condition()) std::this_thread::sleep_for(10ms);
+    const auto end = std::chrono::steady_clock::now() + 60s;
+    while (!condition() && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(10ms);
+    }
   }
 
   TempFolder folder;
@@ -60,7 +63,7 @@ class TimedAttacks : public Attacks {
 
   using Attack = std::function<void()>;
 
-  // A run that is stopped for a second at the n-th call of that name, and what happens meanwhile.
+  // A run that is stopped for a time at the n-th call of that name, and what happens meanwhile.
   static RunResult attacked(std::vector<std::string> words, const Fault& delay, int n,
                             const Attack& attack) {
     words.insert(words.begin(), MOX_RES_MGR);
@@ -74,7 +77,7 @@ class TimedAttacks : public Attacks {
 
   // A CHECK that is stopped in front of its undo, once it has made the file.
   static RunResult attacked_check(const std::string& path, const Attack& attack) {
-    return attacked({"check", device(path) + ", device-0.size=1"}, {"shmdt", "delay_enter=1000000"},
+    return attacked({"check", device(path) + ", device-0.size=1"}, {"shmdt", "delay_enter=2000000"},
                     1, [&] {
                       wait_until([&] { return fs::exists(path); });
                       attack();
@@ -184,7 +187,7 @@ TEST_F(TimedAttacks, ASetThatARollbackRemovesIsMissed) {
     run("create", "node-2: ipcbase=2000");
     RunResult create;
     attacked({"create", "node-1: ipcbase=1000 node-2: ipcbase=2000"},
-             {"semctl", "delay_enter=1000000"}, 2, [&] {
+             {"semctl", "delay_enter=3000000"}, 2, [&] {
                wait_until([] { return set_keys().size() == 2; });
                wait_until([] { return segment_keys().size() == 1; });
                create =

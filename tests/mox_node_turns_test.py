@@ -126,6 +126,9 @@ class Turns(NodeTest):
         self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
 
     def test_an_interrupt_at_the_last_look_undoes_everything(self):
+        result = mox_node("up", *NODE.split(), prefix=faulty("rt_sigaction:error=EPERM"))
+        self.assertEqual((result.status, result.err, held()), (
+            1, "Error: holding signals: Operation not permitted\n", NOTHING))
         result = mox_node("up", *NODE.split(), prefix=faulty("semget:signal=SIGTERM:when=3"))
         self.assertEqual((result.status, held()), (-15, NOTHING))
 
