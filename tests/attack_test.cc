@@ -187,7 +187,7 @@ TEST_F(TimedAttacks, ASetThatARollbackRemovesIsMissed) {
     run("create", "node-2: ipcbase=2000");
     RunResult create;
     attacked({"create", "node-1: ipcbase=1000 node-2: ipcbase=2000"},
-             {"semctl", "delay_enter=3000000"}, 2, [&] {
+             {"semctl", "delay_enter=1000000"}, 2, [&] {
                wait_until([] { return set_keys().size() == 2; });
                wait_until([] { return segment_keys().size() == 1; });
                create =
