@@ -243,6 +243,10 @@ Error: get_shm_list failed while getting nkeys
 Error: search failed
 Error: create failed, removing 0 elements; abnormal
 log: listing the shared memory segments of the host failed: Operation not permitted
+$ strace -qq -o /dev/null -e inject=shmget:error=ENOMEM mox_res_mgr create node-0: ipcbase=1 2>&1 | \
+sed -n "s/ [0-9]* kB; / some kB; /; s/.*memory=.*CommitLimit $(awk '/^CommitL/ {print $2}' \
+/proc/meminfo) /LIMIT /p"
+LIMIT kB, in use now some kB; asked for 4194304 bytes
 $ strace -qq -o /dev/null -e inject=rt_sigaction:error=EPERM mox_res_mgr create node-0: ipcbase=1
 Error: signals cannot be held: Operation not permitted
 Error: create failed, removing 0 elements; abnormal

@@ -37,7 +37,7 @@ TEST(Parser, MergesSpecificationsByNodeAndDevice) {
 
 TEST(Parser, TakesNumbersWithTheirOldLimits) {
   const std::pair<const char*, const char*> cases[] = {
-      {"node-4294967295:", "node 4294967295\n"},
+      {"node-4294967295: ", "node 4294967295\n"},
       {"node-42949672959:", "node 4294967295\n"},
       {"node-0: ipcbase=0002147483647", "ipcbase 2147483647 "},
       {"node-0: ipcbase=9999999999", "ipcbase 1410065407 "},
