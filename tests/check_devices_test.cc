@@ -14,6 +14,7 @@
 #include "tests/support/ipc_namespace.h"
 #include "tests/support/process.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/session.h"
 
 namespace {
 
@@ -88,7 +89,6 @@ TEST_F(Devices, FailWithTheReason) {
   const std::string fifo = folder_ / "fifo";
   const std::string ring = folder_ / "ring";
   const std::string long_path = folder_ / std::string(300, 'x');
-  const std::string unsized_file = folder_ / "x";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   fs::create_symlink("ring", ring);
 
@@ -103,9 +103,6 @@ TEST_F(Devices, FailWithTheReason) {
         "Error: could not get info about device " + path + "\n" +
             failed(5507, "Operation on file \"" + path.substr(0, 255) + "\" failed", os_error));
   }
-  EXPECT_EQ(check("device-0.path=" + unsized_file), made(unsized_file) +
-                                                        "Error: device size must be specified\n" +
-                                                        failed(11640, "Invalid option"));
 }
 
 // The site that failed, and the functions above it that passed the failure on.
@@ -138,55 +135,54 @@ TEST_F(Devices, MeasuresBlockDevicesAndLeavesThemAsTheyAre) {
 }
 
 TEST_F(Devices, DeleteRemovesWhatThereIsAndNamesTheDeviceNodes) {
-  const std::string null = folder_ / "null";
-  const std::string loop = folder_ / "loop";
-  const std::string file = folder_ / "file";
-  const std::string link = folder_ / "link";
-  if (mknod(null.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0 ||
-      mknod(loop.c_str(), S_IFBLK | 0600, makedev(7, 200)) != 0) {
+  if (mknod((folder_ / "null").c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0 ||
+      mknod((folder_ / "loop").c_str(), S_IFBLK | 0600, makedev(7, 200)) != 0) {
     GTEST_SKIP() << "skipped: no device nodes: " << std::strerror(errno);
   }
-  write_file(file, "x");
-  fs::create_symlink(file, link);
-  const std::string absent = folder_ / "absent";
-  const RunResult result = run("delete", "device-0.path=" + absent + ", device-1.path=" + null +
-                                             ", device-2.path=" + loop + ", device-3.path=" + link +
-                                             ", device-4.path=" + file);
-  const std::string report = "Error: delete of file " + absent + " failed\n";
-  EXPECT_EQ(result.out.find("Error: delete of file"), result.out.size() - report.size());
-  EXPECT_THAT(result.out, testing::EndsWith(report));
-  EXPECT_EQ(result.status, 0);
+  write_file(folder_ / "file", "x");
+  fs::create_symlink("file", folder_ / "link");
+  expect_session(R"(
+$ mox_res_mgr delete node-0: device-0.path=@/absent, device-1.path=@/null, device-2.path=@/loop, \
+device-3.path=@/link, device-4.path=@/file
+5520 E3 Creating semaphore with key "5" failed: No such file or directory
+Error: cannot attach to semaphore 5
+no segment 1, 2, 3, 4, 5
+Error: delete of file @/absent failed
+log: removing @/absent: No such file or directory
+log: removed the device node @/null (character device 1:3); the disk is unchanged
+log: removed the device node @/loop (block device 7:200); the disk is unchanged
+)",
+                 folder_.path());
   EXPECT_TRUE(fs::is_empty(folder_.path()));
-  EXPECT_THAT(result.err, HasSubstr("removing " + absent + ": " + std::strerror(ENOENT)));
-  const std::string unchanged = "; the disk is unchanged\n";
-  EXPECT_THAT(result.err,
-              HasSubstr("removed the device node " + null + " (character device 1:3)" + unchanged));
-  EXPECT_THAT(result.err, HasSubstr(loop + " (block device 7:200)" + unchanged));
-  EXPECT_THAT(result.err, Not(HasSubstr(file + " (")));
 }
 
 TEST_F(Devices, TheLogTellsWhatWasEmptied) {
-  const std::string full = folder_ / "full";
-  write_file(full, "12345");
-  EXPECT_THAT(run("check", device(0, full, 1)).err,
-              testing::EndsWith("emptied " + full + ", which held 5 bytes\n"));
-  EXPECT_EQ(run("check", device(0, full, 1)).err, "");  // it is empty by now
-  write_file(full, "12345");
-  EXPECT_THAT(run("check", "device-0.path=" + full).err, Not(HasSubstr("emptied")));
-  EXPECT_EQ(read_file(full), "12345");
-}
-
-TEST_F(Devices, AFileThatCannotBeEmptiedFails) {
   if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
   write_file(folder_ / "full", "12345");
-  bool struck = false;
-  const RunResult result = run_with_fault(
-      {MOX_RES_MGR, "check", "node-0: ipcbase=10, " + device(0, folder_ / "full", 1)},
-      {"ftruncate", "error=ETXTBSY"}, 1, struck);
-  EXPECT_TRUE(struck);
-  const std::string text = "Opening file \"" + (folder_ / "full") + "\" failed";
-  EXPECT_NE(result.out.find(error_block(5500, 4, text, ETXTBSY)), std::string::npos) << result.out;
-  EXPECT_EQ(result.err.find("emptied"), std::string::npos) << result.err;
+  expect_session(R"(
+$ mox_res_mgr check node-0: ipcbase=10, device-0.path=@/full
+node-0 at 10
+create file @/full
+Error: device size must be specified
+11640 S4 Invalid option
+Error: check failed
+$ strace -qq -o /dev/null -e inject=ftruncate:error=ETXTBSY \
+mox_res_mgr check node-0: ipcbase=10, device-0.size=1, device-0.path=@/full
+node-0 at 10
+create file @/full
+Error: open of device @/full failed
+5500 S4 Opening file "@/full" failed: Text file busy
+Error: check failed
+$ mox_res_mgr check node-0: ipcbase=10, device-0.size=2147483647, device-0.path=@/full 2>&1 | \
+sed -n 's/.*WRN.*p:[0-9]* //; s/file system of .*: /.../; s/free [0-9]*/free some/; /emptied\|lacks\|some/p'
+emptied @/full, which held 5 bytes
+not enough space for @/full on the ...needed 2251868530032640 bytes, free some, \
+given away by this run 0
+$ mox_res_mgr check node-0: ipcbase=10, device-0.size=1, device-0.path=@/full
+node-0 at 10
+create file @/full
+)",
+                 folder_.path());
 }
 
 TEST_F(Devices, TheLogTellsWhySpaceIsLacking) {

@@ -12,13 +12,13 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from node_host import (AS_NOBODY, LIBC, NODE, NODE_KEYS, NOTHING, TRACE, TWO, WHOLE, NodeTest,
-                       attach, has_users, held, mox_node, remove_segment, rows, segment, stand, verb)
+                       attach, faulty, has_users, held, mox_node, remove_segment, rows, segment, stand, verb)
 
 
 def meet(when, words, change):
     """A verb that waits two seconds at the given call, and what `change` does meanwhile."""
     only = f"trace={when.split(':')[0]}"
-    command = [*TRACE, "-e", only, "-e", f"inject={when}", "mox_node", *words]
+    command = [*faulty(when), "-e", only, "mox_node", *words]
     pipe = subprocess.PIPE
     with subprocess.Popen(command, stdout=pipe, stderr=pipe, text=True) as run:
         time.sleep(1)
@@ -44,7 +44,8 @@ class Turns(NodeTest):
             begin = time.monotonic()
             result = verb("up", NODE)
             self.assertEqual((result.status, held()), (1, NOTHING))
-            self.assertIn("another up or down is at work", result.json["error"])
+            self.assertEqual(result.json["error"], f"another up or down is at work: {self.LOCK} is "
+                             "still locked after 10 seconds")
             self.assertTrue(9 < time.monotonic() - begin < 20)
             # Who only looks needs no turn.
             self.assertEqual([verb(line, NODE).status for line in ("status", "plan")], [2, 0])
@@ -68,8 +69,12 @@ class Turns(NodeTest):
         status = os.stat(self.LOCK)
         self.assertEqual((status.st_mode & 0o777, status.st_size), (0o444, 0))
         if has_users():
-            result = verb("up", NODE, **AS_NOBODY)
-            self.assertEqual(result.status, 0)
+            self.assertEqual(verb("up", NODE, **AS_NOBODY).status, 0)
+        os.unlink(self.LOCK)
+        # Made by somebody else between two calls, or waited for when a signal came.
+        only = [*TRACE, "-P", self.LOCK, "-e"]
+        for fault in ("openat:error=EEXIST:when=2", "flock:error=EINTR:when=1"):
+            self.assertEqual(verb("up", NODE, prefix=[*only, "inject=" + fault]).status, 0, fault)
 
     def test_a_lock_file_that_is_none(self):
         precious = self.path("precious", "content")
@@ -112,26 +117,28 @@ class Turns(NodeTest):
         stand(*NODE_KEYS)
         def exchange():  # it has looked at everything, and removed nothing yet
             remove_segment(5001)
+            remove_segment(5004)
             return segment(5001, 77)
 
         error, status, stranger = meet("semctl:delay_exit=2000000:when=1", ["down", *NODE.split()],
                                        exchange)
-        self.assertEqual(status, 1, error)
-        self.assertIn("left: node-1: databuf (key 5001) is wrong", error)
+        self.assertEqual((status, error), (1, "Error: left: node-1: databuf (key 5001) is wrong\n"))
         self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
 
     def test_an_interrupt_at_the_last_look_undoes_everything(self):
-        result = mox_node("up", *NODE.split(),
-                          prefix=("strace", "-qq", "-o", "/dev/null", "-e",
-                                  "inject=semget:signal=SIGTERM:when=3"))
+        result = mox_node("up", *NODE.split(), prefix=faulty("rt_sigaction:error=EPERM"))
+        self.assertEqual((result.status, result.err, held()), (
+            1, "Error: holding signals: Operation not permitted\n", NOTHING))
+        result = mox_node("up", *NODE.split(), prefix=faulty("semget:signal=SIGTERM:when=3"))
         self.assertEqual((result.status, held()), (-15, NOTHING))
 
     def test_an_object_in_the_way_undoes_everything(self):
         # A stranger's segment appears between the look and the creation.
         error, status, stranger = meet("shmget:delay_enter=2000000:when=13", ["up", *TWO.split()],
                                        lambda: segment(5012, 77))
-        self.assertEqual(status, 1, error)
-        self.assertIn("node-2: dictbuf (key 5012) was made by somebody else meanwhile", error)
+        self.assertEqual(status, 1)
+        self.assertRegex(error, r"\ANODE WRN .* in the way: segment with key 5012: .*\n"
+                         r"Error: node-2: dictbuf \(key 5012\) was made by somebody else meanwhile\n\Z")
         self.assertEqual([row["shmid"] for row in rows("shm")], [stranger])
         self.assertEqual(held(), ([5012], []))
 

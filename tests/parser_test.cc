@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <ctime>
 #include <string>
 #include <utility>
 
@@ -39,7 +37,7 @@ TEST(Parser, MergesSpecificationsByNodeAndDevice) {
 
 TEST(Parser, TakesNumbersWithTheirOldLimits) {
   const std::pair<const char*, const char*> cases[] = {
-      {"node-4294967295:", "node 4294967295\n"},
+      {"node-4294967295: ", "node 4294967295\n"},
       {"node-42949672959:", "node 4294967295\n"},
       {"node-0: ipcbase=0002147483647", "ipcbase 2147483647 "},
       {"node-0: ipcbase=9999999999", "ipcbase 1410065407 "},
@@ -104,23 +102,6 @@ TEST(Parser, ReadsPathsAsTheyStand) {
     const op_list ops = parsed(operands, "node-0: device-0.path=" + text);
     EXPECT_EQ(ops.begin()->devices.begin()->path, path) << text;
   }
-}
-
-// Processor time of a command of devices whose numbers are multiples of `step`.
-std::clock_t parsing_time(std::uint64_t step) {
-  constexpr std::uint64_t devices = 50000;
-  std::string text = "node-0: ";
-  for (std::uint64_t i = 0; i < devices; ++i) {
-    text += "device-" + std::to_string(i * step) + ".size=1, ";
-  }
-  const std::clock_t start = std::clock();
-  EXPECT_EQ(parsed(operands, text).begin()->devices.size(), devices);
-  return std::clock() - start;
-}
-
-// The step is the number of buckets that the library's hash tables have for so many entries.
-TEST(Parser, NumbersChosenToCollideCostNoMoreThanOthers) {
-  EXPECT_LT(parsing_time(85229), 10 * parsing_time(1));
 }
 
 }  // namespace

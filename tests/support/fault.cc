@@ -1,5 +1,6 @@
 #include "tests/support/fault.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -71,4 +72,51 @@ RunResult run_with_fault(const std::vector<std::string>& argv, const Fault& faul
   struck = text.find("INJECTED") != std::string::npos ||
            text.find("--- SIG") != std::string::npos || result.signal != 0;
   return result;
+}
+
+void Trial::judge(const RunResult& result, const Strike& strike, const std::string& place) const {
+  SCOPED_TRACE(place + (strike.lasting ? "+\n" : "\n") + result.out + result.err);
+  EXPECT_TRUE(result.signal == 0 || strike.fault.starts_with("signal"));
+  verify(result, strike);
+  clean_up();
+}
+
+void Trial::strike_everywhere(const std::vector<std::string>& faults) const {
+  prepare();
+  const auto calls = calls_of(command);
+  clean_up();
+  EXPECT_GT(calls.size(), 15U);
+  for (const std::string& fault : faults) {
+    for (const auto& [call, n] : calls) {
+      for (const bool lasting : {false, true}) {
+        bool struck = false;
+        prepare();
+        const RunResult result = run_with_fault(command, {call, fault, lasting}, n, struck);
+        const std::string place = call + ":" + fault + ":when=" + std::to_string(n);
+        EXPECT_TRUE(struck) << place;
+        judge(result, {fault, lasting}, place);
+        if (testing::Test::HasFailure()) return;
+      }
+    }
+  }
+}
+
+void Trial::refuse_every_allocation() const {
+#ifdef FAILING_MALLOC
+  const std::string mark = "/tmp/mark." + std::to_string(getpid());
+  for (const char* mode : {"FAILING_MALLOC_AT_ONLY=1", "FAILING_MALLOC_ON=1"}) {
+    // The first allocation is the C++ library's reserve, without which it cannot throw bad_alloc.
+    int strikes = 1;
+    do {
+      prepare();
+      const std::string at = "FAILING_MALLOC_AT=" + std::to_string(++strikes);
+      const RunResult result = run_program(
+          command, {"LD_PRELOAD=" FAILING_MALLOC, at, "FAILING_MALLOC_MARK=" + mark, mode});
+      judge(result, {mode}, at);
+    } while (std::filesystem::remove(mark) && !testing::Test::HasFailure());
+    EXPECT_GT(strikes, 5);
+  }
+#else
+  GTEST_SKIP() << "skipped: the sanitizers have an allocator of their own";
+#endif
 }

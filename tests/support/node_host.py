@@ -10,6 +10,7 @@ import pathlib
 import pwd
 import re
 import shutil
+import struct
 import subprocess
 import tempfile
 import unittest
@@ -71,25 +72,33 @@ def has_users():
     return "4294967295" in pathlib.Path("/proc/self/uid_map").read_text()
 
 
+def _give(control, ident, *user):
+    """Makes the user and the group of that number the owners."""
+    buffer = ctypes.create_string_buffer(256)
+    _must(control(ident, *user[1:], IPC_STAT, buffer))
+    struct.pack_into("II", buffer, 4, user[0], user[0])
+    _must(control(ident, *user[1:], IPC_SET, buffer))
+
+
 def segment(key, size, uid=None, mode=0o660):
     ident = _must(LIBC.shmget(key, ctypes.c_size_t(size), IPC_CREAT | IPC_EXCL | mode))
     if uid is not None:
-        buffer = ctypes.create_string_buffer(256)
-        _must(LIBC.shmctl(ident, IPC_STAT, buffer))
-        ctypes.memmove(ctypes.addressof(buffer) + 4, ctypes.byref(ctypes.c_uint32(uid)), 4)
-        _must(LIBC.shmctl(ident, IPC_SET, buffer))
+        _give(LIBC.shmctl, ident, uid)
     return ident
 
 
-def semaphores(key, count=8, mode=0o660):
-    return _must(LIBC.semget(key, count, IPC_CREAT | IPC_EXCL | mode))
+def semaphores(key, count=8, mode=0o660, uid=None):
+    ident = _must(LIBC.semget(key, count, IPC_CREAT | IPC_EXCL | mode))
+    if uid is not None:
+        _give(LIBC.semctl, ident, uid, 0)
+    return ident
 
 
 def stand(*keys, owner=None, database=1048576, semaphore_count=8):
     """Makes the objects of NODE and of the second node at the given keys."""
     for key in keys:
         if key % 8 == 5:
-            semaphores(key, semaphore_count)
+            semaphores(key, semaphore_count, uid=owner)
         else:
             segment(key, database if key == 5001 else DICTIONARY, owner)
 
@@ -116,6 +125,11 @@ def held():
 
 def kernel_setting(name, text):
     pathlib.Path("/proc/sys/kernel", name).write_text(text)
+
+
+def faulty(*faults):
+    """What stands in front of a command whose system calls have faults: "shmctl:error=EPERM"."""
+    return TRACE + [word for fault in faults for word in ("-e", "inject=" + fault)]
 
 
 class Result:

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -34,6 +35,8 @@ RunResult run_function(const std::function<int()>& code) {
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
+    // A shell lets the commands that it runs in the background ignore these.
+    for (const int signal : {SIGINT, SIGQUIT}) std::signal(signal, SIG_DFL);
     const int status = code();
     std::fflush(stdout);
     _exit(status);
