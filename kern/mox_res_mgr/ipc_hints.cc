@@ -9,6 +9,7 @@
 #include <limits>
 #include <string>
 
+#include "common/base/number.h"
 #include "common/logger.h"
 #include "kern/mox_res_mgr/report.h"
 
@@ -41,7 +42,9 @@ std::string segment_count_or_pages() {
            " segments or kernel.shmall=" + setting("kernel/shmall") + " pages";
   }
   const std::string most = setting("kernel/shmmni");
-  if (std::to_string(info.used_ids) == most) {
+  // More may be in use than are allowed, when the limit was lowered since.
+  const auto limit = readNumber(most.c_str());
+  if (limit && info.used_ids >= limit->value) {
     return "kernel.shmmni=" + most + " segments, in use now " + std::to_string(info.used_ids);
   }
   return "kernel.shmall=" + setting("kernel/shmall") + " pages, in use now " +
