@@ -2,7 +2,10 @@
 """Makes database nodes present or absent on a host: probe, verdict, act, probe again."""
 
 from ansible_collections.mox.resources.plugins.module_utils import report as reports
-from ansible_collections.mox.resources.plugins.plugin_utils.remote import MoxAction, Refused
+from ansible_collections.mox.resources.plugins.modules import node as module
+from ansible_collections.mox.resources.plugins.plugin_utils.remote import DESCRIPTIONS, MoxAction, Refused, documented
+
+SPEC = documented(module)
 
 # What follows the probe runs only when that finds something to do; in a report, texts have their
 # double quotes escaped, so that nothing else in it looks like the words looked for.
@@ -42,14 +45,7 @@ def refuse_use(report):
 
 class ActionModule(MoxAction):
     def act(self):
-        args = self.arguments(
-            {
-                "state": {"type": "str", "choices": ["present", "absent"], "default": "present"},
-                "repair": {"type": "bool", "default": False},
-                "wait": {"type": "int", "default": 0},
-            },
-            required_one_of=[reports.DESCRIPTION_CHOICE],
-        )
+        args = self.arguments(SPEC, required_one_of=[DESCRIPTIONS])
         wanted, check = args["state"], self._task.check_mode
         if wanted == "present":
             verb, judge = "up", judge_plan

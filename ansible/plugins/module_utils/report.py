@@ -6,25 +6,6 @@ import json
 # The statuses of mox_node(8).
 OK, TROUBLE, ABSENT, PARTIAL, CONFLICT, IN_USE, TOO_MUCH = range(7)
 
-DESCRIPTION_OPTIONS = {
-    "command": {"type": "str"},
-    "src": {"type": "path"},
-    "nodes": {
-        "type": "list",
-        "elements": "dict",
-        "options": {
-            "node": {"type": "int", "required": True},
-            "ipcbase": {"type": "int", "required": True},
-            "databuf": {"type": "int"},
-            "tlogbuf": {"type": "int"},
-            "nlogbuf": {"type": "int"},
-            "sqlbuf": {"type": "int"},
-            "evbuf": {"type": "int"},
-        },
-    },
-}
-DESCRIPTION_CHOICE = ["command", "src", "nodes"]
-
 
 def command_of(nodes):
     """The command text that describes nodes given as dictionaries."""

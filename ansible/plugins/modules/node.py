@@ -22,40 +22,6 @@ options:
     type: str
     choices: [present, absent]
     default: present
-  command:
-    description: The description of the nodes, the text of a CREATE or CHECK command.
-    type: str
-  src:
-    description: The path, on the host, of a file with such a text.
-    type: path
-  nodes:
-    description: The description of the nodes, by their parameters. Sizes are in bytes.
-    type: list
-    elements: dict
-    suboptions:
-      node:
-        description: The number of the node.
-        type: int
-        required: true
-      ipcbase:
-        description: The first of the eight keys that the node owns.
-        type: int
-        required: true
-      databuf:
-        description: Size of the data buffer.
-        type: int
-      tlogbuf:
-        description: Size of the tuple log buffer.
-        type: int
-      nlogbuf:
-        description: Size of the node log buffer.
-        type: int
-      sqlbuf:
-        description: Size of the SQL work area.
-        type: int
-      evbuf:
-        description: Size of the event buffer.
-        type: int
   repair:
     description: Make what is missing of a node that is there in part, unless it is in use.
     type: bool
@@ -70,6 +36,8 @@ options:
       - A task that runs as root looks and acts as that user.
       - Without it, new objects belong to the user that the task runs as, and owners are not judged.
     type: str
+extends_documentation_fragment:
+  - mox.resources.description
 attributes:
   check_mode:
     description: Tells what the task would change, and fails where it would fail; nothing is touched.

@@ -3,9 +3,19 @@
 
 import shlex
 
+import yaml
 from ansible.errors import AnsibleActionFail
 from ansible.plugins.action import ActionBase
+from ansible.plugins.loader import connection_loader, shell_loader
+from ansible_collections.mox.resources.plugins.doc_fragments.description import ModuleDocFragment
 from ansible_collections.mox.resources.plugins.module_utils import report as reports
+
+# Loaded once, before Ansible forks a process for each host, and not in each: of what a task costs the
+# controller beside ssh, that was a third.
+connection_loader.get("ssh", class_only=True)
+shell_loader.get("sh", class_only=True)
+
+DESCRIPTIONS = ["command", "src", "nodes"]
 
 # ask VERB OPTIONS...: prints the report, then on a line of its own the status, which it returns too.
 # Root becomes the owner: the kernel itself then refuses objects of others, and whatever a run that is
@@ -36,6 +46,22 @@ class Refused(Exception):
         self.result = {"failed": True, "msg": str(self), "rc": status, "report": report}
 
 
+def spec_of(options):
+    """The argument specification of documented options."""
+    spec = {}
+    for name, option in options.items():
+        spec[name] = {word: option[word] for word in ("type", "elements", "choices", "default", "required") if word in option}
+        if "suboptions" in option:
+            spec[name]["options"] = spec_of(option["suboptions"])
+    return spec
+
+
+def documented(module):
+    """The argument specification of a module that takes a description of nodes."""
+    texts = (module.DOCUMENTATION, ModuleDocFragment.DOCUMENTATION)
+    return {name: option for text in texts for name, option in spec_of(yaml.safe_load(text)["options"]).items()}
+
+
 class MoxAction(ActionBase):
     _supports_async = False
 
@@ -52,9 +78,7 @@ class MoxAction(ActionBase):
         raise NotImplementedError
 
     def arguments(self, spec, **rules):
-        spec = dict(reports.DESCRIPTION_OPTIONS, user={"type": "str"}, **spec)
-        rules["mutually_exclusive"] = [reports.DESCRIPTION_CHOICE]
-        return self.validate_argument_spec(spec, **rules)[1]
+        return self.validate_argument_spec(spec, mutually_exclusive=[DESCRIPTIONS], **rules)[1]
 
     def ask(self, args, steps):
         """Runs the steps, lines of shell that call `ask`: the status and report of each verb asked."""
