@@ -3,6 +3,7 @@
 #
 #   scripts/hosts.sh [--light] N COMMAND...     COMMAND, with the hosts h1 to hN up
 #   scripts/hosts.sh enter HOST COMMAND...      inside it: COMMAND on a host, without ssh
+#   scripts/hosts.sh root                       makes the root of all hosts, once, and prints its folder
 #
 # Each host is an overlay over a small Debian root, booted by systemd, with IPC, process, mount and
 # network namespaces of its own and no network. --light: without systemd, for many hosts. COMMAND
@@ -30,7 +31,9 @@ base_root() {
   if [ ! -d "$root" ]; then
     echo "making the root of the hosts, once" >&2
     rm -rf --one-file-system "$root.part"
-    debootstrap --variant=minbase --include="$packages" bookworm "$root.part" ${mirror:+"$mirror"} \
+    # What it mounts ends with its namespace, and it with this script.
+    setpriv --pdeathsig KILL unshare --mount --pid --fork --kill-child --mount-proc \
+      debootstrap --variant=minbase --include="$packages" bookworm "$root.part" ${mirror:+"$mirror"} \
       >"$cache/debootstrap.log" 2>&1 || {
       tail -n 20 "$cache/debootstrap.log" >&2
       exit 1
@@ -188,10 +191,12 @@ inside() {
 }
 
 self=$(realpath "$0")
+. "$(dirname "$self")/need.sh"
 case ${1:-} in
   enter) shift; enter "$@"; exit ;;
   up) shift; kind=booted; wait_until_up "$1"; exit ;;
   inside) shift; inside "$@" ;;
+  root) need debootstrap util-linux; base_root; exit ;;
   --light) kind=light; shift ;;
   *) kind=booted ;;
 esac
@@ -206,7 +211,6 @@ shift
 namespaces='--mount --pid --ipc --uts --net'
 # shellcheck disable=SC2086
 why=$(unshare $namespaces --fork mount -t tmpfs try /mnt 2>&1) || skip "$why"
-. "$(dirname "$self")/need.sh"
 need debootstrap systemd-container openssh-client util-linux
 base=$(base_root)
 export MOX_LAB=$cache/lab # the same for all: each mounts its own there, seen by nobody else

@@ -1,29 +1,30 @@
 #!/usr/bin/env bash
-# Uses the runtime as a stranger does: in a bare Debian 12 of its own, which holds the installed
-# runtime and a compiler, builds the examples by pkg-config and by CMake, runs them, and lets valgrind
-# look for faults. As root; needs the network for the Debian packages. Nothing is left.
+# Uses the runtime as a stranger does: in a Debian 12 of its own installs the package libmox-dev that
+# scripts/package.sh built, and a compiler, builds the examples by pkg-config and by CMake, runs them,
+# and lets valgrind look for faults. As root; needs the network for the Debian packages. Nothing is
+# left, not even after SIGKILL: all of it ends with a namespace.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/need.sh
-need g++ cmake ninja-build debootstrap util-linux
+[ "${1:-}" = inside ] || exec unshare --mount --pid --fork --kill-child --mount-proc "$0" inside
+need util-linux
 
-# Mounts that debootstrap makes end with this namespace.
-[ "${1:-}" = inside ] || exec unshare --mount --pid --fork --mount-proc "$0" inside
-root=$(mktemp -d)
-trap 'umount -q "$root/debian/proc"; rm -rf --one-file-system "$root"' EXIT
-
-cmake -S . -B build/library -G Ninja -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
-cmake --build build/library --target mox_runtime >/dev/null
-debootstrap --variant=minbase --include=g++,make,pkg-config bookworm "$root/debian" >"$root/log" ||
-  { tail "$root/log" >&2; exit 1; }
-mount -t proc proc "$root/debian/proc"
-DESTDIR=$root/debian cmake --install build/library --component mox_development >/dev/null
+base=$(scripts/hosts.sh root)
+mount -t tmpfs library /mnt
+mkdir /mnt/{upper,work,debian}
+mount -t overlay library -o "lowerdir=$base,upperdir=/mnt/upper,workdir=/mnt/work" /mnt/debian
+mount -t proc proc /mnt/debian/proc
+cp build/package/libmox-dev_*.deb /mnt/debian/root
 
 # in_debian COMMAND...: in the folder of the examples.
 in_debian() {
-  chroot "$root/debian" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
-    sh -euc 'cd /usr/share/doc/libmox-dev/examples && "$@"' sh "$@"
+  chroot /mnt/debian /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root DEBIAN_FRONTEND=noninteractive \
+    sh -euc 'cd /usr/share/doc/libmox-dev/examples 2>/dev/null || cd; "$@"' sh "$@"
 }
+
+in_debian apt-get update -qq
+in_debian sh -c 'apt-get install -y -qq --no-install-recommends ~/libmox-dev_*.deb g++ make pkg-config >~/log 2>&1 ||
+  { cat ~/log; exit 1; }'
 
 # use PREFIX: runs both programs, behind the words of PREFIX.
 use() {
@@ -41,7 +42,7 @@ cxx=runtime-demo/runtime_demo c=runtime-demo-c/runtime_demo_c
 use
 
 echo "== by CMake, under valgrind"
-in_debian apt-get install -y -qq --no-install-recommends cmake valgrind >/dev/null
+in_debian apt-get install -y -qq --no-install-recommends cmake valgrind >/dev/null 2>&1
 for example in runtime-demo runtime-demo-c; do
   in_debian cmake -S "$example" -B "/tmp/$example" >/dev/null
   in_debian cmake --build "/tmp/$example" >/dev/null

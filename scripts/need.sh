@@ -13,7 +13,7 @@ need() {
     echo "missing packages: ${missing[*]} (run once as root, or install them)" >&2
     exit 1
   fi
-  echo "installing ${missing[*]}"
+  echo "installing ${missing[*]}" >&2
   apt-get update -qq
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
     >/dev/null

@@ -24,15 +24,12 @@ class CallbackModule(CallbackBase):
         with open(os.environ["MOX_RECORD"], "a", encoding="utf-8") as record:
             record.write(json.dumps(entry, default=str) + "\n")
 
-    def note(self, result, failed):
+    def v2_runner_on_ok(self, result, failed=False):
         self.write(host=result._host.get_name(), task=result._task.get_name(), failed=failed,
                    changed=result.is_changed(), result=result._result)
 
-    def v2_runner_on_ok(self, result):
-        self.note(result, False)
-
     def v2_runner_on_failed(self, result, ignore_errors=False):
-        self.note(result, True)
+        self.v2_runner_on_ok(result, failed=True)
 
     v2_runner_on_unreachable = v2_runner_on_failed
 

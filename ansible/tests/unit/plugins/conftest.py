@@ -7,7 +7,6 @@ from unittest import mock
 
 import pytest
 from ansible.module_utils import basic
-from ansible.module_utils.common.text.converters import to_bytes
 from ansible.plugins import loader  # noqa: F401 pylint: disable=unused-import; finds collections from now on
 
 # Prints the answer for its verb and ends with the status there; the last answer of a verb repeats.
@@ -18,16 +17,12 @@ name = sys.argv[1] if {verbs} else "devinit"
 answers = json.loads((home / "answers").read_text())
 with open(home / "asked", "a") as asked:
     asked.write(json.dumps([sys.argv[1:], sys.stdin.read() if "-" in sys.argv else None]) + "\\n")
-status, out, err = answers[name][0] if len(answers[name]) == 1 else answers[name].pop(0)
+status, out, *err = answers[name][0] if len(answers[name]) == 1 else answers[name].pop(0)
 (home / "answers").write_text(json.dumps(answers))
 sys.stdout.write(out)
-sys.stderr.write(err)
+sys.stderr.writelines(err)
 sys.exit(status)
 """
-
-
-class Ended(Exception):
-    """A module ended, with this result."""
 
 
 class Bench:
@@ -38,17 +33,11 @@ class Bench:
             (folder / name).write_text(PROGRAM.format(home=str(folder), verbs=verbs))
             (folder / name).chmod(0o755)
         monkeypatch.setenv("PATH", f"{folder}:{os.environ['PATH']}")
-        monkeypatch.setattr(basic.AnsibleModule, "exit_json", lambda _module, **result: self.end(False, result))
-        monkeypatch.setattr(basic.AnsibleModule, "fail_json", lambda _module, **result: self.end(True, result))
-
-    @staticmethod
-    def end(failed, result):
-        raise Ended(dict(result, failed=failed))
 
     def answer(self, answers):
-        """The programs will answer so: to each verb in turn, the last answer for ever."""
-        texts = {verb: [(status, out if isinstance(out, str) else json.dumps(out, separators=(",", ":")), err)
-                        for status, out, err in said] for verb, said in answers.items()}
+        """The programs will answer so, with status, report and errors: to each verb in turn, the last answer for ever."""
+        texts = {verb: [(status, out if isinstance(out, str) else json.dumps(out, separators=(",", ":")), *err)
+                        for status, out, *err in said] for verb, said in answers.items()}
         (self.folder / "answers").write_text(json.dumps(texts))
         (self.folder / "asked").write_text("")
 
@@ -59,11 +48,12 @@ class Bench:
     def run(self, module, params, answers, check=False):
         """The result of a module, and the calls that it made."""
         self.answer(answers)
-        args = json.dumps({"ANSIBLE_MODULE_ARGS": dict(params, _ansible_check_mode=check)})
-        self.monkeypatch.setattr(basic, "_ANSIBLE_ARGS", to_bytes(args))
-        with pytest.raises(Ended) as ended:
+        result, args = {"failed": False}, {"ANSIBLE_MODULE_ARGS": dict(params, _ansible_check_mode=check)}
+        self.monkeypatch.setattr(basic, "_ANSIBLE_ARGS", json.dumps(args).encode())
+        self.monkeypatch.setattr(basic.AnsibleModule, "_return_formatted", lambda _module, said: result.update(said))
+        with pytest.raises(SystemExit):
             module.main()
-        return ended.value.args[0], self.asked()
+        return result, self.asked()
 
     def act(self, action, params, answers, check=False):
         """The result of an action, whose script the shell of this machine runs, and the calls that it made."""

@@ -17,27 +17,22 @@ def report(state, attached=0, plan=None, **more):
     return dict({"state": state, "changed": False, "limits": [], "nodes": [one]}, **more)
 
 
-def said(status, text, err=""):
-    return (status, text, err)
-
-
 PRESENT, ABSENT = report("present", plan="nothing"), report("absent", plan="create")
 MADE = dict(report("present"), changed=True)
 GONE = dict(report("absent"), changed=True)
 LIMIT = {"name": "shmmni", "limit": 4096, "in_use": 4095, "needed": 2, "fits": False}
-
-DOWN = [said(0, GONE)]
-UP = {"up": [said(0, MADE)], "status": [said(0, PRESENT)]}
+DOWN = [(0, GONE)]
+UP = {"up": [(0, MADE)], "status": [(0, PRESENT)]}
 
 # State asked for, options, what the program says, whether that is a change, and the verbs of a run.
 SUCCESSES = [
-    ("present", {}, {"plan": [said(0, PRESENT)]}, False, ["plan"]),
-    ("present", {}, {"plan": [said(0, ABSENT)], **UP}, True, ["plan", "up", "status"]),
-    ("present", {"repair": True}, {"plan": [said(0, report("partial", plan="repair"))], **UP},
+    ("present", {}, {"plan": [(0, PRESENT)]}, False, ["plan"]),
+    ("present", {}, {"plan": [(0, ABSENT)], **UP}, True, ["plan", "up", "status"]),
+    ("present", {"repair": True}, {"plan": [(0, report("partial", plan="repair"))], **UP},
      True, ["plan --repair", "up --repair", "status"]),
-    ("absent", {}, {"status": [said(2, ABSENT)]}, False, ["status"]),
-    ("absent", {}, {"status": [said(3, report("partial")), said(2, ABSENT)], "down": DOWN}, True, ["status", "down --wait 0", "status"]),
-    ("absent", {"wait": 9}, {"status": [said(0, report("present", attached=2)), said(2, ABSENT)], "down": DOWN},
+    ("absent", {}, {"status": [(2, ABSENT)]}, False, ["status"]),
+    ("absent", {}, {"status": [(3, report("partial")), (2, ABSENT)], "down": DOWN}, True, ["status", "down --wait 0", "status"]),
+    ("absent", {"wait": 9}, {"status": [(0, report("present", attached=2)), (2, ABSENT)], "down": DOWN},
      True, ["status", "down --wait 9", "status"]),
 ]
 
@@ -62,17 +57,17 @@ def test_run_does_what_check_mode_predicts(bench, state, options, answers, chang
 
 # State asked for, what the program says, the whole message; the program is asked no second time.
 FAILURES = [
-    ("present", {"plan": [said(1, report("unknown", reason="shmget: not permitted"))]}, "node-1: shmget: not permitted"),
-    ("present", {"plan": [said(3, report("partial", plan="refuse", reason="databuf is lost"))]}, "node-1: databuf is lost"),
-    ("present", {"plan": [said(4, report("conflict", plan="refuse", reason="5001: 8192 bytes"))]}, "node-1: 5001: 8192 bytes"),
-    ("present", {"plan": [said(6, report("absent", plan="create", limits=[LIMIT]))]},
+    ("present", {"plan": [(1, report("unknown", reason="shmget: not permitted"))]}, "node-1: shmget: not permitted"),
+    ("present", {"plan": [(3, report("partial", plan="refuse", reason="databuf is lost"))]}, "node-1: databuf is lost"),
+    ("present", {"plan": [(4, report("conflict", plan="refuse", reason="5001: 8192 bytes"))]}, "node-1: 5001: 8192 bytes"),
+    ("present", {"plan": [(6, report("absent", plan="create", limits=[LIMIT]))]},
      "shmmni does not suffice: 2 needed, 4095 in use, limit 4096"),
-    ("present", {"plan": [said(1, {"version": 1, "verb": "plan", "error": "syntax error"})]}, "syntax error"),
-    ("present", {"plan": [said(1, "", "out of memory\n")]}, "out of memory"),
-    ("present", {"plan": [said(139, "")]}, "no report, status 139"),
-    ("absent", {"status": [said(1, "killed")]}, "no report, status 1"),
-    ("absent", {"status": [said(1, report("unknown", reason="no answer"))]}, "node-1: no answer"),
-    ("absent", {"status": [said(4, report("conflict", reason="owner root"))]}, "node-1: owner root"),
+    ("present", {"plan": [(1, {"version": 1, "verb": "plan", "error": "syntax error"})]}, "syntax error"),
+    ("present", {"plan": [(1, "", "out of memory\n")]}, "out of memory"),
+    ("present", {"plan": [(139, "")]}, "no report, status 139"),
+    ("absent", {"status": [(1, "killed", "")]}, "no report, status 1"),
+    ("absent", {"status": [(1, report("unknown", reason="no answer"))]}, "node-1: no answer"),
+    ("absent", {"status": [(4, report("conflict", reason="owner root"))]}, "node-1: owner root"),
 ]
 
 
@@ -85,7 +80,7 @@ def test_refusals_touch_nothing_and_give_the_reason(bench, state, answers, messa
 
 def test_nodes_in_use_stay(bench):
     used = report("present", attached=2)
-    answers = {"status": [said(0, used)], "down": [said(5, report("present", reason="databuf is attached"))]}
+    answers = {"status": [(0, used)], "down": [(5, report("present", reason="databuf is attached"))]}
     params = {"state": "absent", "nodes": NODES}
     assert bench.act(node, params, answers, check=True)[0]["msg"] == "node-1: in use, attached=2"
     result, asked = bench.act(node, params, answers)
@@ -93,17 +88,17 @@ def test_nodes_in_use_stay(bench):
 
 
 @pytest.mark.parametrize("answers, message", [
-    ({"up": [said(1, {"error": "interrupted"})]}, "interrupted"),
-    (dict(UP, status=[said(3, report("partial"))]), "not present after mox_node up"),
-    (dict(UP, up=[said(0, PRESENT)]), None),  # another controller was faster
+    ({"up": [(1, {"error": "interrupted"})]}, "interrupted"),
+    (dict(UP, status=[(3, report("partial"))]), "not present after mox_node up"),
+    (dict(UP, up=[(0, PRESENT)]), None),  # another controller was faster
 ])
 def test_end_of_a_creation_is_told(bench, answers, message):
-    result = bench.act(node, {"nodes": NODES}, {"plan": [said(0, ABSENT)], **answers})[0]
+    result = bench.act(node, {"nodes": NODES}, {"plan": [(0, ABSENT)], **answers})[0]
     assert (result.get("changed", False), result["failed"], result.get("msg")) == (False, message is not None, message)
 
 
 def test_description_reaches_the_program(bench):
-    answers = {"plan": [said(0, PRESENT)]}
+    answers = {"plan": [(0, PRESENT)]}
     for params, words in (
         ({"nodes": NODES + [{"node": 2, "ipcbase": 6000, "evbuf": 0}]},
          "-- create node-1: ipcbase=5000, databuf=4096 node-2: ipcbase=6000, evbuf=0"),
@@ -116,7 +111,7 @@ def test_description_reaches_the_program(bench):
 
 
 def test_info_tells_what_stands_and_never_guesses(bench):
-    result, asked = bench.act(node_info, {}, {"status": [said(3, report("partial"))]})
+    result, asked = bench.act(node_info, {}, {"status": [(3, report("partial"))]})
     assert (result["state"], verbs(asked)) == ("partial", ["status --all"])
-    result = bench.act(node_info, {"nodes": NODES}, {"status": [said(1, report("unknown", reason="refused"))]})[0]
+    result = bench.act(node_info, {"nodes": NODES}, {"status": [(1, report("unknown", reason="refused"))]})[0]
     assert (result["failed"], result["msg"]) == (True, "node-1: refused")

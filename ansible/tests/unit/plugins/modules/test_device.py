@@ -10,7 +10,7 @@ LOST = "force would overwrite it"
 
 def plan(found, fits=True):
     space = [{"path": "/data", "needed": SIZE, "free": 10, "fits": fits}]
-    return (0, {"nodes": [{"devices": [dict({"check": "create", "path": "/data/n1"}, **found)]}], "space": space}, "")
+    return (0, {"nodes": [{"devices": [dict({"check": "create", "path": "/data/n1"}, **found)]}], "space": space})
 
 
 @pytest.fixture
