@@ -86,10 +86,22 @@ mount_root() {
   echo "$1" >"$home/root/etc/hostname"
 }
 
+# The limits of a host's own IPC namespace are to be set from inside, by its sysctl.d at boot too; all
+# others belong to this machine.
+open_limits() {
+  mkdir -p "$1/etc/systemd/system/systemd-sysctl.service.d"
+  cat >"$1/etc/systemd/system/systemd-sysctl.service.d/limits.conf" <<EOF
+[Service]
+ExecStartPre=/bin/sh -euc 'for limit in $ipc_limits; do cd /proc/sys/kernel; \
+  mount --bind \$\$limit \$\$limit; mount -o remount,bind,rw \$\$limit; done'
+EOF
+}
+
 # Runs a host by systemd for as long as it wants to live: it may reboot.
 booted_host() {
   local folder status=133
   mount_root "$1"
+  open_limits "$MOX_LAB/$1/root"
   for folder in $(cgroup_folders); do
     mkdir -p "$folder/mox-hosts.$lab_id/$1"
     echo "$BASHPID" >"$folder/mox-hosts.$lab_id/$1/cgroup.procs"
@@ -119,21 +131,12 @@ light_host() {
   wait $!
 }
 
-# The limits of a host's own IPC namespace may be set from inside; all others belong to this machine.
-# shellcheck disable=SC2016
-open_limits() {
-  enter "$1" sh -c 'for limit do
-      mount --bind /proc/sys/kernel/$limit /proc/sys/kernel/$limit &&
-        mount -o remount,bind,rw /proc/sys/kernel/$limit || exit
-    done' - $ipc_limits
-}
-
 is_up() {
   if [ "$kind" = light ]; then
     [ -e "$MOX_LAB/$1/root/run/up" ]
   else
     case $(enter "$1" systemctl is-system-running 2>/dev/null) in
-      running | degraded) open_limits "$1" ;;
+      running | degraded) ;;
       *) return 1 ;;
     esac
   fi

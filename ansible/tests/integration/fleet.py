@@ -45,21 +45,20 @@ class Play:
 
 def start(plays, *options):
     """Runs plays as ansible-playbook would in a terminal; `finish` gives what they came to."""
-    folder = tempfile.TemporaryDirectory()
-    book, record = pathlib.Path(folder.name, "book.json"), pathlib.Path(folder.name, "record")
+    folder = pathlib.Path(tempfile.mkdtemp(dir=LAB))  # which ends with the laboratory
+    book, record = folder / "book.json", folder / "record"
     book.write_text(json.dumps(plays))
     record.touch()
     process = subprocess.Popen(
         ["ansible-playbook", "-i", LAB / "inventory", *options, book], stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=dict(ENVIRONMENT, MOX_RECORD=str(record)))
-    return process, record, folder
+    return process, record
 
 
 def finish(started):
-    process, record, folder = started
+    process, record = started
     output = process.communicate()[0]
-    with folder:
-        return Play([json.loads(line) for line in record.read_text().splitlines()], output)
+    return Play([json.loads(line) for line in record.read_text().splitlines()], output)
 
 
 def task(module, hosts="all", **options):

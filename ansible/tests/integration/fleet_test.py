@@ -56,7 +56,6 @@ def confined(host, verbs, calls, action):
 def clean(host):
     on(host, "sh", "-c", """
         rm -f /usr/local/bin/mox_node
-        systemctl disable --quiet --now 'mox-state@*' 'mox-resources@*' mox-database@node1 2>/dev/null
         for unit in $(systemctl list-units --all --plain --no-legend 'mox-*@*' | cut -d ' ' -f 1); do
           systemctl disable --quiet --now $unit 2>/dev/null
         done
@@ -268,12 +267,14 @@ class Role(HostsTest):
     def reboot(self):
         parent = (LAB / H2 / "pid").read_text()
         before = standing(H2)
+        on(H2, "sed", "-i", "s/shmmni = .*/shmmni = 5000/", "/etc/sysctl.d/60-mox.conf")
         # At once: a shutdown would wait for the sessions that entered the laboratory's host from outside.
         on(H2, "systemctl", "reboot", "--force", "--force")
         while (LAB / H2 / "pid").read_text() == parent:
             time.sleep(0.1)
         subprocess.run([SOURCES / "scripts/hosts.sh", "up", H2], check=True)
         self.assertEqual(sorted(standing(H2).values()), sorted(before.values()))
+        self.assertEqual(on(H2, "cat", "/proc/sys/kernel/shmmni"), "5000\n")
         self.assertNotEqual(self.serving(H2), "0")
         self.expect(self.role(text=LARGE))
 
