@@ -1,5 +1,6 @@
 import pytest
-from ansible_collections.mox.resources.plugins.action import node, node_info
+from ansible.errors import AnsibleActionFail
+from ansible_collections.mox.resources.plugins.action import node
 
 NODES = [{"node": 1, "ipcbase": 5000, "databuf": 4096}]
 
@@ -39,7 +40,7 @@ SUCCESSES = [
 
 def verbs(asked):
     """Each call up to its description."""
-    return [" ".join(words[:words.index("--output")] + [word for word in words if word == "--all"]) for words, text in asked]
+    return [" ".join(words[:words.index("--output")]) for words, text in asked]
 
 
 @pytest.mark.parametrize("state, options, answers, changed, used", SUCCESSES)
@@ -78,15 +79,6 @@ def test_refusals_touch_nothing_and_give_the_reason(bench, state, answers, messa
     assert (result["failed"], result["msg"], len(asked)) == (True, message, 1)
 
 
-def test_nodes_in_use_stay(bench):
-    used = report("present", attached=2)
-    answers = {"status": [(0, used)], "down": [(5, report("present", reason="databuf is attached"))]}
-    params = {"state": "absent", "nodes": NODES}
-    assert bench.act(node, params, answers, check=True)[0]["msg"] == "node-1: in use, attached=2"
-    result, asked = bench.act(node, params, answers)
-    assert (result["msg"], verbs(asked)) == ("node-1: databuf is attached", ["status", "down --wait 0"])
-
-
 @pytest.mark.parametrize("answers, message", [
     ({"up": [(1, {"error": "interrupted"})]}, "interrupted"),
     (dict(UP, status=[(3, report("partial"))]), "not present after mox_node up"),
@@ -110,8 +102,14 @@ def test_description_reaches_the_program(bench):
         assert [" ".join(call[0]) for call in asked] == ["plan --output json " + words]
 
 
-def test_info_tells_what_stands_and_never_guesses(bench):
-    result, asked = bench.act(node_info, {}, {"status": [(3, report("partial"))]})
-    assert (result["state"], verbs(asked)) == ("partial", ["status --all"])
-    result = bench.act(node_info, {"nodes": NODES}, {"status": [(1, report("unknown", reason="refused"))]})[0]
-    assert (result["failed"], result["msg"]) == (True, "node-1: refused")
+@pytest.mark.parametrize("params, message", [
+    ({}, "one of the following is required: command, src, nodes"),
+    ({"command": "create", "src": "/etc/mox/n.cmd"}, "mutually exclusive: command|src|nodes"),
+    ({"command": "create", "state": "there"}, "value of state must be one of: present, absent, got: there"),
+    ({"nodes": [{"node": 1}]}, "missing required arguments: ipcbase found in nodes"),
+    ({"nodes": [{"node": 1, "ipcbase": "x"}]}, "unable to convert to int"),
+])
+def test_options_are_those_of_the_documentation(bench, params, message):
+    with pytest.raises(AnsibleActionFail) as refused:
+        bench.act(node, params, {})
+    assert message in str(refused.value)

@@ -61,12 +61,6 @@ def test_refuses_what_would_lose_data(run, before, params, message, check):
     assert (result["failed"], result["msg"], asked) == (True, f"{run.path}: {message}", [])
 
 
-def test_force_is_refused_while_the_file_is_open(run):
-    with open(run.path, "wb"):
-        result, asked = run(OTHER, force=True)
-    assert (result["failed"], result["msg"], asked) == (True, f"{run.path}: somebody has the file open", [])
-
-
 def test_failures_of_the_initialiser_are_told(run):
     result = run(NONE, devinit=(1, "", "\nDEVINIT-ERROR: open Permission denied\n"))[0]
     assert result["msg"] == f"{run.path}: open Permission denied"
