@@ -232,6 +232,7 @@ class Role(HostsTest):
             print(f"\n  {step.__name__}: {time.monotonic() - before:.0f} s", end="", file=sys.stderr, flush=True)
 
     def comes_up(self):
+        self.expect(self.role(mox_package=""), failed=dict.fromkeys(HOSTS, "mox_package names no package"))
         check = self.role(check=True)
         self.assertEqual(everything(), dict.fromkeys(HOSTS, {}))
         run = self.role()
