@@ -65,6 +65,7 @@ FAILURES = [
     ("present", {"plan": [(1, "", "out of memory\n")]}, "out of memory"),
     ("present", {"plan": [(139, "")]}, "no report, status 139"),
     ("absent", {"status": [(1, report("unknown", reason="no answer"))]}, "node-1: no answer"),
+    ("absent", {"status": [(4, report("partial", reason="owner root"))]}, "node-1: owner root"),
 ]
 
 
