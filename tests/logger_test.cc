@@ -1,12 +1,9 @@
 // The logger: lines, destinations, its own troubles, the system log, and the reports of a status.
 #include "common/logger.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
-#include <cerrno>
 #include <thread>
 
 #include "common/logconfig.h"
@@ -15,7 +12,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using Logger = RuntimeTest;
 
 TEST_F(Logger, HeadOfALine) {
@@ -37,38 +33,36 @@ TEST_F(Logger, HeadOfALine) {
     logmsgNodeno = node;
     logmsgPrefix = prefix;
     logmsg.setMethodAll(LogMethod::TO_STDOUT);
-    SCOPED_TRACE(head);
     const std::string line = printed([level = level] { log(level); });
-    EXPECT_TRUE(std::regex_match(line, std::regex(head + "text\n\\|"))) << line;
+    EXPECT_TRUE(std::regex_match(line, std::regex(head + "text\n\\|"))) << head << ": " << line;
   }
 }
 
 TEST_F(Logger, PiecesOfAMessage) {
   const std::string longest(4000, 'x');
-  const auto log_pieces = [&longest] {
-    logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-    logmsg.printInt("<", -2147483647 - 1, ">");
-    logmsg.printUInt("<", 4294967295, ">");
-    logmsg.printInt64("<", INT64_MIN, ">");
-    logmsg.printUInt64("<", UINT64_MAX, ">");
-    logmsg.printIntX("<", 0xBEEF, ">");
-    logmsg.printPtr("<", reinterpret_cast<void*>(0xF00), ">");
-    logmsg.printFix("=", 42, 5, 0);
-    logmsg.printFix("=", 42, 10, 1);
-    logmsg.printFix("=", 12345, 4, 0);
-    logmsg.printFixHex("=", 0xBEEF, 4, 1);
-    logmsg.printFixHex("=", 0xBEEF, 11, 1);
-    logmsg.debugByte("=", "\x0a\xff", 2);
-    logmsg.txt(nullptr);
-    logmsg.txt(nullptr, 7);
-    logmsg.txt("abc", 2);
-    logmsg.txt("abc", -1);
-    logmsg.txt((longest + "x").c_str());
-    logmsg.txt(longest.c_str());
-    logmsg.logg();
-  };
   EXPECT_EQ(
-      printed(log_pieces),
+      printed([&longest] {
+        logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+        logmsg.printInt("<", -2147483647 - 1, ">");
+        logmsg.printUInt("<", 4294967295, ">");
+        logmsg.printInt64("<", INT64_MIN, ">");
+        logmsg.printUInt64("<", UINT64_MAX, ">");
+        logmsg.printIntX("<", 0xBEEF, ">");
+        logmsg.printPtr("<", reinterpret_cast<void*>(0xF00), ">");
+        logmsg.printFix("=", 42, 5, 0);
+        logmsg.printFix("=", 42, 10, 1);
+        logmsg.printFix("=", 12345, 4, 0);
+        logmsg.printFixHex("=", 0xBEEF, 4, 1);
+        logmsg.printFixHex("=", 0xBEEF, 11, 1);
+        logmsg.debugByte("=", "\x0a\xff", 2);
+        logmsg.txt(nullptr);
+        logmsg.txt(nullptr, 7);
+        logmsg.txt("abc", 2);
+        logmsg.txt("abc", -1);
+        logmsg.txt((longest + "x").c_str());
+        logmsg.txt(longest.c_str());
+        logmsg.logg();
+      }),
       "BEWARE Bad length char[] to LogMsg::txt\nBEWARE Bad length char[] to LogMsg::txt\n|p:P "
       "<-2147483648><4294967295><-9223372036854775808><18446744073709551615><beef><0xf00>"
       "=   42=0000000042=BEWARE overflow=beef=BEWARE overflow= 0a ffab" +
@@ -81,21 +75,18 @@ TEST_F(Logger, StartAndLoggOutOfOrderAreTold) {
               logmsg.txt("dropped");
               logmsg.start(LEVEL_INF, "first.cc", 1);
               logmsg.txt("lost");
-              logmsg.start(LEVEL_INF, "second.cc", 2);
-              logmsg.txt("text\n");
-              logmsg.logg();
+              log(LEVEL_INF);
               logmsgPrefix = "X";
               logmsg.logg();
             }),
             "BEWARE LogMsg::start not invoked (lmLog) in ?? \n"
             "BEWARE LogMsg::start invoked twice (lmStart)\n"
-            "prev in file first.cc line 1, now in file second.cc line 2\n"
+            "prev in file first.cc line 1, now in file somewhere.cc line 7\n"
             "BEWARE LogMsg::start not invoked (lmLog) in X \n|p:P text\n");
 }
 
 TEST_F(Logger, EachLevelHasItsDestination) {
   EXPECT_EQ(printed(log_at_all_levels), "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\n");
-  umask(0);
   logmsgNodeno = 0;
   set("logfile", folder_ / "log");
   set("diagnosticfile", folder_ / "dia");
@@ -122,25 +113,21 @@ TEST_F(Logger, EachLevelHasItsDestination) {
 }
 
 TEST_F(Logger, HistoryFileIsNamedByKeyAndNode) {
-  const struct {
-    const char* kind;
-    int node, key;
-    const char* file;
-  } cases[] = {{"nodeno", 0, 5, "h.0.s%d"},         {"nodenoshmkey", 2, 5, "h.2-5.s%d"},
-               {"shmkeynodeno", 2, 0, "h.0-2.s%d"}, {"shmkeynodeno", -1, 5, "h.5.s%d"},
-               {"nodenoshmkey", 2, -1, "h.2.s%d"},  {"shmkey", -1, 5, "h.5.s%d"}};
+  const std::tuple<const char*, int, int, const char*> cases[] = {
+      {"nodeno", 0, 5, "h.0.s%d"},         {"nodenoshmkey", 2, 5, "h.2-5.s%d"},
+      {"shmkeynodeno", 2, 0, "h.0-2.s%d"}, {"shmkeynodeno", -1, 5, "h.5.s%d"},
+      {"nodenoshmkey", 2, -1, "h.2.s%d"},  {"shmkey", -1, 5, "h.5.s%d"}};
   for (const auto& [kind, node, key, file] : cases) {
     logmsgNodeno = node;
     set("historyfile", folder_ / "h.%d.s%d");
     set("historysubst", kind);
     logmsg.setMethod(LEVEL_WRN, LogMethod::TO_STDOUT);
     logmsg.detach(LEVEL_TST);
-    SCOPED_TRACE(file);
-    EXPECT_TRUE(logmsg.tryHistoryfile(key));
-    EXPECT_TRUE(logmsg.redirectHistoryFile(key));
+    EXPECT_TRUE(logmsg.tryHistoryfile(key)) << file;
+    EXPECT_TRUE(logmsg.redirectHistoryFile(key)) << file;
     for (const LogLevel level : {LEVEL_ERR, LEVEL_WRN, LEVEL_TST}) log(level);
     const std::string head = node < 0 ? "" : "n:" + std::to_string(node) + " ";
-    EXPECT_TRUE(read(file).ends_with(head + "ERR p:P text\n" + head + "WRN p:P text\n"));
+    EXPECT_TRUE(read(file).ends_with(head + "ERR p:P text\n" + head + "WRN p:P text\n")) << file;
   }
   set("historyfile", folder_ / "missing/%n%s%d");
   EXPECT_FALSE(logmsg.redirectHistoryFile(1));
@@ -154,49 +141,42 @@ TEST_F(Logger, TroublesAreToldOnceAndTheProgramGoesOn) {
       {fifo, "open file " + fifo + ":No such device or address"},
       {"/dev/full", "write file /dev/full:No space left on device"}};
   for (const auto& [file, trouble] : cases) {
-    SCOPED_TRACE(file);
     logmsg.setFileNameAll(file.c_str());
-    EXPECT_EQ(std::regex_replace(printed(log_at_all_levels), std::regex("t:[0-9]+"), "T"),
-              "       WRN p:P T could not " + trouble + "\n|");
+    EXPECT_EQ(printed(log_at_all_levels), "       WRN p:P T could not " + trouble + "\n|");
   }
   for (const std::string target : {"", "/dev/full"}) {
-    const RunResult run = run_function([&target] {
-      close(STDERR_FILENO);
-      if (!target.empty()) open(target.c_str(), O_WRONLY);
-      logmsg.setMethodAll(LogMethod::TO_STDERR);
-      log_at_all_levels();
-      return 0;
-    });
-    EXPECT_TRUE(run.out.ends_with(target.empty()
-                                      ? " could not dup(stderr):Bad file descriptor\n"
-                                      : " could not write stderr:No space left on device\n"))
-        << run.out;
+    const std::string out = run_function([&target] {
+                              close(STDERR_FILENO);
+                              if (!target.empty()) open(target.c_str(), O_WRONLY);
+                              logmsg.setMethodAll(LogMethod::TO_STDERR);
+                              log_at_all_levels();
+                              return 0;
+                            }).out;
+    EXPECT_EQ(out.substr(out.find(" could")),
+              target.empty() ? " could not dup(stderr):Bad file descriptor\n"
+                             : " could not write stderr:No space left on device\n");
   }
 }
 
 TEST_F(Logger, LinksAreFollowedOnlyWhereNobodyElseCanSetThem) {
-  fs::create_directory(folder_ / "open");
-  fs::permissions(folder_ / "open", fs::perms{01757});
-  fs::create_directory(folder_ / "group");
-  fs::permissions(folder_ / "group", fs::perms{0770});
+  mkdir((folder_ / "open").c_str(), 01757);
+  mkdir((folder_ / "group").c_str(), 0770);
   for (const std::string place : {"", "open/", "group/"}) {
     fs::create_symlink(folder_ / "target", folder_ / (place + "link"));
     fs::create_symlink(folder_.path(), folder_ / (place + "folder"));
   }
   fs::create_symlink("open/folder", folder_ / "detour");
   fs::create_symlink("ring", folder_ / "ring");
-  std::string next = "target";
-  for (int links = 1; links <= 41; ++links) {  // "chain40" leads through 40 of them
-    const std::string name = "chain" + std::to_string(links);
-    fs::create_symlink(std::exchange(next, name), folder_ / name);
+  const auto chain = [](int links) { return "chain" + std::to_string(links); };
+  for (int links = 1; links <= 41; ++links) {
+    fs::create_symlink(chain(links - 1), folder_ / chain(links));
   }
   const std::pair<const char*, bool> cases[] = {
       {"chain40", true},   {"chain41", false},   {"link", true},       {"folder/a", true},
       {"open/../b", true}, {"open/link", false}, {"detour/c", false},  {"open/folder/d", false},
       {"ring", false},     {"open/", false},     {"group/link", false}};
   for (const auto& [path, opened] : cases) {
-    LogMethod method(LogMethod::TO_FILE, folder_ / path);
-    EXPECT_EQ(method.open(), opened) << path;
+    EXPECT_EQ(LogMethod(LogMethod::TO_FILE, folder_ / path).open(), opened) << path;
   }
 }
 
@@ -216,9 +196,8 @@ TEST_F(Logger, SlowWritesAreTold) {
   reader.join();
   text.resize(static_cast<std::size_t>(::read(pipe, text.data(), text.size())));
   close(pipe);
-  const std::regex told(
-      "p:P text\n {7}BEWARE .{16} Last fputs took too long \\([0-9]{3,} msecs\\)\n");
-  EXPECT_TRUE(std::regex_match(plain(text), told)) << text;
+  const std::regex told(std::string("p:[0-9]+ text\n") + complaint);
+  EXPECT_TRUE(std::regex_match(text, told)) << text;
 }
 
 TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
@@ -276,13 +255,12 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   for (ssize_t n = 0; (n = recv(server, datagram, sizeof datagram, MSG_DONTWAIT)) > 0;) {
     received.append(datagram, static_cast<std::size_t>(n)).append("\n");
   }
+  const std::regex date("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} ");
   EXPECT_EQ(
-      plain(std::regex_replace(received, std::regex("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "), "")),
-      "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<132>KORV[P]: WRN p:P "
-      "text\n<131>KORV[P]: ERR p:P "
-      "text\n<129>KORV[P]: VSE p:P text\n"
-      "<131>KORV[P]: text\n<79>OTHER[P]: DBG p:P 100%s\n<185>OTHER[P]: VSE p:P text\n"
-      "<73>OTHER[P]: VSE p:P text\n");
+      plain(std::regex_replace(received, date, "")),
+      "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<132>KORV[P]: WRN p:P text\n"
+      "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<131>KORV[P]: text\n"
+      "<79>OTHER[P]: DBG p:P 100%s\n<185>OTHER[P]: VSE p:P text\n<73>OTHER[P]: VSE p:P text\n");
   close(server);
   umount2("/dev", MNT_DETACH);
   Status status;

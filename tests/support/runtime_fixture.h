@@ -3,14 +3,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <regex>
-#include <sstream>
-#include <string>
 #include <tuple>
 
 #include "common/cvariables.h"
@@ -18,19 +13,20 @@
 #include "common/variables.h"
 #include "tests/support/sandbox.h"
 
-// With P for the number of this process in the heads of log lines.
-inline std::string plain(const std::string& text) {
-  const std::regex process("(p:|\\[)" + std::to_string(getpid()) + "( |\\])");
-  return std::regex_replace(text, process, "$1P$2");
-}
+namespace fs = std::filesystem;
 
-// Without the lines about slow writes, which any write is on a host that is busy enough.
-inline std::string without_complaints(std::string text) {
-  const std::string mark = "took too long (";
-  for (std::size_t at = 0; (at = text.find(mark)) != std::string::npos;) {
-    const std::size_t begin = text.rfind('\n', at) + 1;
-    text.erase(begin, text.find('\n', at) + 1 - begin);
-  }
+// The line about a slow write, which any write is on a host that is busy enough.
+constexpr const char* complaint =
+    "([A-Z]{1,6}| {6}) BEWARE .{16} [A-Z][a-z ]{1,20} took too long \\([0-9]{3,} msecs\\)\n";
+
+// Without such lines, with P for the number of this process in the heads of log lines, T for a
+// time.
+inline std::string plain(std::string text) {
+  const std::pair<std::string, const char*> rules[] = {
+      {complaint, ""},
+      {"(p:|\\[)" + std::to_string(getpid()) + "( |\\])", "$1P$2"},
+      {"p:P t:[0-9]+", "p:P T"}};
+  for (const auto& [from, to] : rules) text = std::regex_replace(text, std::regex(from), to);
   return text;
 }
 
@@ -40,14 +36,14 @@ inline std::string printed(const std::function<void()>& code) {
   testing::internal::CaptureStderr();
   code();
   const std::string out = testing::internal::GetCapturedStdout();
-  const std::string err = testing::internal::GetCapturedStderr();
-  return plain(without_complaints(out) + "|" + without_complaints(err));
+  return plain(out + "|" + testing::internal::GetCapturedStderr());
 }
 
 class RuntimeTest : public testing::Test {
  protected:
   RuntimeTest() {
     clearenv();
+    umask(0);
     logmsgPrefix = nullptr;
     logmsgNodeno = -1;
     VarSet::instance().setDefaults();
@@ -59,17 +55,16 @@ class RuntimeTest : public testing::Test {
   }
   static std::string value(const char* name) { return VarSet::instance().get(name)->text(); }
 
-  static void log(int level, const char* message = "text\n") {
+  // A message of so many pieces.
+  static void log(int level, const std::string& piece = "text\n", int pieces = 1) {
     logmsg.start(static_cast<LogLevel>(level), "somewhere.cc", 7);
-    logmsg.txt(message);
+    for (int i = 0; i < pieces; ++i) logmsg.txt(piece.c_str());
     logmsg.logg();
   }
   static void log_at_all_levels() {
     for (int level = LEVEL_DBG; level <= LEVEL_TST + 1; ++level) log(level);
   }
-  std::string read(const std::string& name) const {
-    return plain(without_complaints(read_file(folder_ / name)));
-  }
+  std::string read(const std::string& name) const { return plain(read_file(folder_ / name)); }
 
   const TempFolder folder_;
 };
