@@ -1,9 +1,6 @@
 // Configuration files and the variables that they set: every kind of line, every fault, retries.
 #include "common/scanconf.h"
 
-#include <sys/stat.h>
-
-#include <chrono>
 #include <thread>
 
 #include "tests/support/runtime_fixture.h"
@@ -56,10 +53,7 @@ TEST_F(Configuration, EveryKindOfLine) {
             "[p][1][-2][cmd \"quoted\" x][1][8][host][3][site][the text]"
             "[d][4][5][text with blanks ][s][6][" +
                 text + "][255][m]");
-  EXPECT_EQ(value("corefileprefix"), "a \"b\" %s");
-  EXPECT_EQ(value("nodes"), "16");
-  EXPECT_EQ(value("backup_tape"), "");
-  EXPECT_EQ(value("repairlimit"), "301");
+  EXPECT_EQ(value("corefileprefix", "nodes", "backup_tape", "repairlimit"), "a \"b\" %s|16||301");
 }
 
 TEST_F(Configuration, FaultLinesAreToldAndSkipped) {
@@ -94,8 +88,7 @@ TEST_F(Configuration, FaultLinesAreToldAndSkipped) {
                       : "|" + told + " in config. file at line 2. Line ignored.\n");
     EXPECT_EQ(status_.failed(), refused);
     EXPECT_EQ(recorded(), "[1][first][2][last]");
-    EXPECT_EQ(value("nodes"), "2");
-    EXPECT_EQ(value("inetd"), "");
+    EXPECT_EQ(value("nodes", "inetd"), "2|");
   }
   scan_text("set no_such \"1\"\nset nodes \"x\"\n");
   EXPECT_EQ(status_.number, MOX_NO_SUCH_VARIABLE);  // the first of several
@@ -109,7 +102,7 @@ TEST_F(Configuration, OpeningIsTriedTenTimesAndReadingSixTimes) {
   EXPECT_EQ(status_.getText(), "KORV-S-05500: Opening file \"" + path_ + "\" failed, OS status=2");
   EXPECT_EQ(scan(path_, 2), "|" + tried + tried);
 
-  std::filesystem::remove(path_);
+  fs::remove(path_);
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   scan(path_);
   EXPECT_EQ(status_.getText(), "KORV-S-05500: Opening file \"" + path_ + "\" failed, OS status=6");
@@ -128,13 +121,12 @@ TEST_F(Configuration, PipeIsReadToItsEndOnceItHasAWriter) {
   // As the shell's <(...) makes one: its writer has gone, and what it wrote is there.
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  const std::string text = "debug 1 piped\n";
-  ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  write_file("/dev/fd/" + std::to_string(ends[1]), "debug 1 piped\n");
   close(ends[1]);
-  EXPECT_EQ(scan("/dev/fd/" + std::to_string(ends[0])), "|");
-  EXPECT_EQ(recorded(), "[1][piped]");
-  EXPECT_EQ(scan("/dev/fd/" + std::to_string(ends[0])), "|");  // an empty file
-  EXPECT_EQ(recorded(), "");
+  for (const char* const expected : {"[1][piped]", ""}) {  // an empty file the second time
+    EXPECT_EQ(scan("/dev/fd/" + std::to_string(ends[0])), "|");
+    EXPECT_EQ(recorded(), expected);
+  }
   close(ends[0]);
 
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
@@ -155,8 +147,7 @@ TEST_F(Configuration, SecondFileGoesOnTopOfTheFirstUnlessBothDefineANode) {
   addConf(path_.c_str(), record_, VarSet::instance(), status_);
   const std::string both = "[1][0][a][1][s][t][2][0][b][1][s][t][s][1][t]";
   EXPECT_EQ(recorded(), both);
-  EXPECT_EQ(value("nodes"), "4");
-  EXPECT_EQ(value("inetd"), "yes");
+  EXPECT_EQ(value("nodes", "inetd"), "4|yes");
 
   write_file(path_, "set nodes \"5\"\nnode 3 0 c 1 s t\nnode 1 0 c 1 s t\n");
   addConf(path_.c_str(), record_, VarSet::instance(), status_);
@@ -186,21 +177,15 @@ TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
   EXPECT_EQ(own.find("nodes")->text(), "2");
   EXPECT_EQ(value("nodes"), "7");
 
-  int count = 0;
-  VariableDictIter all(VarSet::instance().dict());
-  while (all.next() != nullptr) ++count;
-  EXPECT_EQ(count, 200);  // 201 rows, two of which define one name
   EXPECT_EQ(VarKey::hash("historytime"), 2712245385U);
-  std::FILE* const file = std::fopen(path_.c_str(), "w");
-  VarSet::instance().print(file);
-  std::fclose(file);
-  EXPECT_TRUE(read_file(path_).starts_with("accessinfo_disable = 0\nacktimeout = 500\n"));
-  const Variable* repairlimit = own.find("repairlimit");
-  EXPECT_EQ(repairlimit->minimum(), 0);
-  EXPECT_EQ(repairlimit->initialNumber(), 20);
-  EXPECT_EQ(repairlimit->maximum(), 2147483647);
-  EXPECT_STREQ(own.find("ar_sender")->allowed(), "on|off");
-  EXPECT_STREQ(own.find("ar_sender")->initialText(), "off");
+  const std::string all = printed([] { VarSet::instance().print(stdout); });
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 200);  // 201 rows, two of which are one name
+  EXPECT_TRUE(all.starts_with("accessinfo_disable = 0\nacktimeout = 500\n")) << all;
+  const Variable& limit = *own.find("repairlimit");
+  EXPECT_EQ(std::tuple(limit.minimum(), limit.initialNumber(), limit.maximum()),
+            std::tuple(0, 20, 2147483647));
+  const Variable& choice = *own.find("ar_sender");
+  EXPECT_EQ(std::string(choice.allowed()) + " " + choice.initialText(), "on|off off");
 }
 
 TEST_F(Configuration, FailingLookUpLeavesTheMessageThatIsBeingBuilt) {

@@ -4,7 +4,6 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -29,6 +28,8 @@ class SharedMemory : public IpcTest {
     return std::to_string(status.number) + "/" + std::to_string(status.severity) + "/" +
            std::to_string(status.os_error) + "/" + (status.param_count > 0 ? status.params : "");
   }
+  // What a call has returned, in front of that.
+  std::string outcome(int returned) { return std::to_string(returned) + ": " + outcome(); }
 
   Status status;
   char* address = nullptr;
@@ -50,8 +51,7 @@ TEST_F(SharedMemory, CreatesExclusivelyAndLeavesStrangersAlone) {
   EXPECT_EQ(kernel_segments(), ours);
 
   EXPECT_EQ(sharedDetach(address, status), 0);
-  EXPECT_EQ(sharedDetach(address, status), -1);
-  EXPECT_EQ(outcome(), "5513/4/22/");
+  EXPECT_EQ(outcome(sharedDetach(address, status)), "-1: 5513/4/22/");
   sharedRemove(shmid, status);
   sharedRemove(41, 0U, status);
   EXPECT_EQ(outcome(), "5510/4/" + std::to_string(ENOENT) + "/41");
@@ -70,12 +70,9 @@ TEST_F(SharedMemory, TellsSizesAndRefusesAnUnexpectedOne) {
   const int shmid = sharedGet(7, 8192, 8192, status, ipcCreateFlags);
   EXPECT_EQ(sharedSize(shmid, status), 8192);
   EXPECT_EQ(sharedSizeFromKey(7, status), 8192U);
-  EXPECT_EQ(sharedGet(7, 0, 4096, status, 0), -1);
-  EXPECT_EQ(outcome(), "5510/4/0/7");
-  EXPECT_EQ(sharedCreate(7, 9000, status), -1);
-  EXPECT_EQ(outcome(), "5510/4/22/7");
-  EXPECT_EQ(sharedSize(shmid + 1, status), 0);
-  EXPECT_EQ(outcome(), "5514/4/22/" + std::to_string(shmid + 1));
+  EXPECT_EQ(outcome(sharedGet(7, 0, 4096, status, 0)), "-1: 5510/4/0/7");
+  EXPECT_EQ(outcome(sharedCreate(7, 9000, status)), "-1: 5510/4/22/7");
+  EXPECT_EQ(outcome(sharedSize(shmid + 1, status)), "0: 5514/4/22/" + std::to_string(shmid + 1));
   EXPECT_EQ(sharedAttach(shmid + 1, nullptr, status, 1), nullptr);
   EXPECT_EQ(outcome(), "5512/4/22/");
   // Anew, in the place of the old one.
@@ -114,8 +111,7 @@ TEST_F(Semaphores, FailuresAreThoseOfTheKernel) {
   MutexRecord record{};
   int state = 0;
   int index = 0;
-  EXPECT_EQ(utlCreateMutex(&status, &handle, 9, 1 << 20), -1);
-  EXPECT_EQ(outcome(), "5520/3/22/9");
+  EXPECT_EQ(outcome(utlCreateMutex(&status, &handle, 9, 1 << 20)), "-1: 5520/3/22/9");
   EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 1 << 20), Whose::NOBODYS);
   EXPECT_EQ(outcome(), "5520/3/22/9");
   EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 2), Whose::OURS);
@@ -124,22 +120,18 @@ TEST_F(Semaphores, FailuresAreThoseOfTheKernel) {
   EXPECT_EQ(ucksem(&status, &state, &index), 0);
   EXPECT_EQ(std::make_pair(state, index), std::make_pair(1, 1));
   EXPECT_EQ(semctl(utlMappedMutex(), 0, IPC_RMID), 0);
-  EXPECT_EQ(uwtsem(&status, &record), -1);
-  EXPECT_EQ(outcome(), "5521/3/22/9");
+  EXPECT_EQ(outcome(uwtsem(&status, &record)), "-1: 5521/3/22/9");
   EXPECT_EQ(record.who, 0);
-  EXPECT_EQ(ucksem(&status, &state, &index), -1);
-  EXPECT_EQ(outcome(), "5521/3/22/9");
+  EXPECT_EQ(outcome(ucksem(&status, &state, &index)), "-1: 5521/3/22/9");
   utlUnmapMutex();
-  EXPECT_EQ(uwtsem(&status, &record), 0);
-  EXPECT_EQ(outcome(), "ok");
+  EXPECT_EQ(outcome(uwtsem(&status, &record)), "0: ok");
 }
 
 TEST_F(Semaphores, AreCreatedWithValueOneMappedAndRemoved) {
   MutexHandle handle{};
-  EXPECT_EQ(utlMapMutex(&status, &handle, 9, 8), -1);
-  EXPECT_EQ(outcome(), "5520/3/" + std::to_string(ENOENT) + "/9");
-  EXPECT_EQ(utlRemoveMutex(&status), -1);
-  EXPECT_EQ(outcome(), "5522/3/22/9");
+  EXPECT_EQ(outcome(utlMapMutex(&status, &handle, 9, 8)),
+            "-1: 5520/3/" + std::to_string(ENOENT) + "/9");
+  EXPECT_EQ(outcome(utlRemoveMutex(&status)), "-1: 5522/3/22/9");
 
   EXPECT_EQ(utlCreateOwnMutex(&status, &handle, 9, 8), Whose::OURS);
   EXPECT_EQ(kernel_sets(), std::vector<std::string>{"9 660 8"});

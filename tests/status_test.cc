@@ -1,9 +1,7 @@
 // The status record and the formatting of its text.
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "common/base/printable.h"
 #include "errutils/statuss.h"
@@ -64,12 +62,8 @@ TEST(Status, ParametersTakeTheirPlaces) {
 }
 
 TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
-  const struct {
-    int used;  // by one parameter before, with its terminator
-    const char* text;
-    int stored;
-    int count;
-  } cases[] = {
+  // Used is what one parameter before takes, with its terminator.
+  const std::tuple<int, const char*, int, int> cases[] = {
       {255, "", 0, 2}, {256, "", 0, 1}, {254, "a", 1, 2}, {254, "ab", 1, 2}, {255, "a", 0, 1}};
   for (const auto& [used, text, stored, count] : cases) {
     SCOPED_TRACE(std::to_string(used) + " bytes used, then \"" + text + "\"");
@@ -110,19 +104,16 @@ TEST(Status, PositionsOfAFailureAreShownAsFarAsTheTextHasRoom) {
   const std::string head = "KORV-E-03360: It can't happen here [site.cc:7]";
   const std::string cut = "TRUNCATED!";
   const std::size_t whole = 511 - head.size() - 5;  // of a file's name, between "\n[" and ":8]"
-  const struct {
-    std::size_t names[2];
-    std::string shown;
-  } cases[] = {
-      {{1, 1}, "\n[f:8]\n[f:8]"},
-      {{whole, 1}, ("\n[" + std::string(whole - 7, 'f')).substr(0, 501 - head.size()) + cut},
-      {{whole - 6, 1}, "\n[" + std::string(whole - 6, 'f') + ":8]\n[f:8]"},
-      {{whole + 1, 1}, cut},
-      {{20, whole}, "\n[" + std::string(20, 'f') + ":8]" + cut}};
-  for (const auto& [names, shown] : cases) {
+  const std::tuple<std::size_t, std::size_t, std::string> cases[] = {
+      {1, 1, "\n[f:8]\n[f:8]"},
+      {whole, 1, ("\n[" + std::string(whole - 7, 'f')).substr(0, 501 - head.size()) + cut},
+      {whole - 6, 1, "\n[" + std::string(whole - 6, 'f') + ":8]\n[f:8]"},
+      {whole + 1, 1, cut},
+      {20, whole, "\n[" + std::string(20, 'f') + ":8]" + cut}};
+  for (const auto& [first, second, shown] : cases) {
     Status status;
     status.set(SEV_ERROR, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
-    const std::string files[] = {std::string(names[0], 'f'), std::string(names[1], 'f')};
+    const std::string files[] = {std::string(first, 'f'), std::string(second, 'f')};
     for (const std::string& file : files) pushTraceStatus(&status, file.c_str(), 8);
     EXPECT_EQ(status.getText(), head + shown);
   }

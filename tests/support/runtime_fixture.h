@@ -53,7 +53,11 @@ class RuntimeTest : public testing::Test {
     EXPECT_EQ(varSetChar(name, value.c_str()), 0) << name;
     logmsg.newConfig();
   }
+  // The variable's text; of several, with a bar between them.
   static std::string value(const char* name) { return VarSet::instance().get(name)->text(); }
+  static std::string value(const char* name, auto... names) {
+    return value(name) + "|" + value(names...);
+  }
 
   // A message of so many pieces.
   static void log(int level, const std::string& piece = "text\n", int pieces = 1) {
