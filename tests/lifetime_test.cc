@@ -3,9 +3,6 @@
 
 namespace {
 
-const std::string refused =
-    ": KORV-S-00336: Value \"1\" of variable \"acktimeout\" is not in the range 100 to 5000\n";
-
 struct BeforeAndAfter {
   BeforeAndAfter() {
     logmsg.setFileNameAll((folder / "log").c_str());
@@ -23,9 +20,10 @@ struct BeforeAndAfter {
 const BeforeAndAfter instance;
 
 TEST(Lifetime, RuntimeServesBeforeAndAfterMain) {
-  EXPECT_TRUE(read_file(instance.folder / "log").ends_with(" before main" + refused));
+  EXPECT_NE(read_file(instance.folder / "log").find(" before main: KORV-S-00336: V"),
+            std::string::npos);
   logmsg.setMethodAll(LogMethod::TO_STDERR);
-  EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), " after main" + refused);
+  EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), " after main: KORV-S-00336: V");
 }
 
 }  // namespace

@@ -14,9 +14,9 @@ namespace {
 
 class LogFile : public RuntimeTest {
  protected:
-  static void log_to(const std::string& file, const std::string& message = "text\n") {
+  static void log_to(const std::string& file, const std::string& piece = "text\n", int pieces = 1) {
     logmsg.setFileNameAll(file.c_str());
-    log(LEVEL_INF, message);
+    log(LEVEL_INF, piece, pieces);
   }
 
   const std::string file_ = folder_ / "log";
@@ -35,8 +35,7 @@ std::string drained(int fd) {
 TEST_F(LogFile, MessageLongerThanAnyPieceIsOneWrite) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
-  logmsg.setFileNameAll(("/proc/self/fd/" + std::to_string(ends[1])).c_str());
-  log(LEVEL_INF, std::string(2000, 'x'), 10);
+  log_to("/proc/self/fd/" + std::to_string(ends[1]), std::string(2000, 'x'), 10);
   close(ends[1]);
   EXPECT_EQ(drained(ends[0]), "p:P " + std::string(20000, 'x'));  // one datagram
 }
@@ -151,8 +150,7 @@ TEST_F(LogFile, WriteThatIsInterruptedOrWouldHaveToWaitIsContinued) {
       sigaction(SIGALRM, &noted, nullptr);
       const itimerval often{{0, 5000}, {0, 5000}};
       setitimer(ITIMER_REAL, &often, nullptr);
-      logmsg.setFileNameAll(("/proc/self/fd/" + std::to_string(ends[1])).c_str());
-      log(LEVEL_INF, std::string(4000, 'x'), 30);
+      log_to("/proc/self/fd/" + std::to_string(ends[1]), std::string(4000, 'x'), 30);
       return 0;
     });
     close(ends[1]);

@@ -196,8 +196,7 @@ TEST_F(Logger, SlowWritesAreTold) {
   reader.join();
   text.resize(static_cast<std::size_t>(::read(pipe, text.data(), text.size())));
   close(pipe);
-  const std::regex told(std::string("p:[0-9]+ text\n") + complaint);
-  EXPECT_TRUE(std::regex_match(text, told)) << text;
+  EXPECT_TRUE(std::regex_match(text, std::regex("p:[0-9]+ text\n" + complaint))) << text;
 }
 
 TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
@@ -217,47 +216,44 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
     log(LEVEL_VSE);
     unsetenv("JOURNAL_STREAM");
   };
-  EXPECT_EQ(printed(log_to_journal),
-            "|p:P text\nERR p:P text\nVSE p:P text\n");  // nobody reads the system log
+  EXPECT_EQ(printed(log_to_journal), "|p:P text\nERR p:P text\nVSE p:P text\n");  // no reader
   const int server = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = {AF_UNIX, "/dev/log"};
   EXPECT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   EXPECT_EQ(printed(log_to_journal), "|p:P text\nVSE p:P text\n");
-  const std::string output = printed([] {
-    logmsg.newConfig();
-    log_at_all_levels();
-    logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
-    for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
-    logmsg.loggImmediate();
-    set("loglevmap_dbg", "debug");
-    set("loglevmap_err", "none");
-    set("syslog_ident", "OTHER");
-    set("syslog_facility", "cron");
-    log(LEVEL_DBG, "100%s");
-    log(LEVEL_ERR);
-    for (const char* facility : {"local7", "none", "moon"}) {
-      setenv("MOX_SYSLOG_FACILITY", facility, 1);
-      set("loglevmap_vse", facility);
-      log(LEVEL_VSE);
-    }
-  });
   const std::string ignoring = "p:P initLogLevMap, ignoring unexpected value: ";
   const std::string overrides = " overrides syslog_facility=cron\n";
-  const std::string immediate = "ERR p:P " + std::string(6000, 'x');
-  EXPECT_EQ(output, "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\n" + immediate +
-                        "ERR p:P text\n" + ignoring + "local7\np:P MOX_SYSLOG_FACILITY=local7" +
-                        overrides + "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
-                        "p:P syslog logging disabled\nVSE p:P text\n" + ignoring +
-                        "moon\np:P MOX_SYSLOG_FACILITY=moon" + overrides + ignoring +
-                        "moon\nVSE p:P text\n");
+  EXPECT_EQ(
+      printed([] {
+        logmsg.newConfig();
+        log_at_all_levels();
+        logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
+        for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
+        logmsg.loggImmediate();
+        set("loglevmap_dbg", "debug");
+        set("loglevmap_err", "none");
+        set("syslog_ident", "OTHER");
+        set("syslog_facility", "cron");
+        log(LEVEL_DBG, "100%s");
+        log(LEVEL_ERR);
+        for (const char* facility : {"local7", "none", "moon"}) {
+          setenv("MOX_SYSLOG_FACILITY", facility, 1);
+          set("loglevmap_vse", facility);
+          log(LEVEL_VSE);
+        }
+      }),
+      "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\nERR p:P " + std::string(6000, 'x') +
+          "ERR p:P text\n" + ignoring + "local7\np:P MOX_SYSLOG_FACILITY=local7" + overrides +
+          "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
+          "p:P syslog logging disabled\nVSE p:P text\n" + ignoring +
+          "moon\np:P MOX_SYSLOG_FACILITY=moon" + overrides + ignoring + "moon\nVSE p:P text\n");
   std::string received;
   char datagram[100];
   for (ssize_t n = 0; (n = recv(server, datagram, sizeof datagram, MSG_DONTWAIT)) > 0;) {
     received.append(datagram, static_cast<std::size_t>(n)).append("\n");
   }
-  const std::regex date("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} ");
   EXPECT_EQ(
-      plain(std::regex_replace(received, date, "")),
+      plain(std::regex_replace(received, std::regex("[A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "), "")),
       "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<132>KORV[P]: WRN p:P text\n"
       "<131>KORV[P]: ERR p:P text\n<129>KORV[P]: VSE p:P text\n<131>KORV[P]: text\n"
       "<79>OTHER[P]: DBG p:P 100%s\n<185>OTHER[P]: VSE p:P text\n<73>OTHER[P]: VSE p:P text\n");
@@ -276,8 +272,7 @@ TEST_F(Logger, StatusIsReportedWhole) {
   const std::string diagnostic = os_message + "KORV-S" + text + "\n" + os_message;
   logmsg.setFileNameAll((folder_ / "log").c_str());
   Status status;
-  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, ENOENT, {}, {"site.cc", 42});
-  addStatusParam(&status, "/a");
+  status.set(SEV_SYSTEMERR, MOX_OPEN_FAILED, ENOENT, {"/a"}, {"site.cc", 42});
   Status error = status;
   error.severity = SEV_ERROR;
   error.report(nullptr);

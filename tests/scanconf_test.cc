@@ -42,9 +42,8 @@ TEST_F(Configuration, EveryKindOfLine) {
   const std::string text(1023, 't');
   EXPECT_EQ(
       scan_text("process p\t1  -0x2 \"cmd \"quoted\" x\" \r\nnode 1 010 host 3 site the text\n"
-                "\n  \r\ndunit d 4 5 text with blanks \nnode 1 2 b 2 b b\nset Nlock \"1\"\ndebug "
-                "0xff m\r\n"
-                "set corefileprefix \"a \"b\" %s\"  \nset nodes \"0x10\"\r\n"
+                "\n  \r\ndunit d 4 5 text with blanks \nnode 1 2 b 2 b b\nset Nlock \"1\"\n"
+                "debug 0xff m\r\nset corefileprefix \"a \"b\" %s\"  \nset nodes \"0x10\"\r\n"
                 "set backup_tape \"x\"\nset repairlimit \"301\"\nsite s 6 " +
                 text),
       "|WRN p:P SH: Node allready entered!\nWRN p:P No variable named Nlock.\n"
@@ -165,7 +164,6 @@ TEST_F(Configuration, SecondFileGoesOnTopOfTheFirstUnlessBothDefineANode) {
   EXPECT_EQ(status_.number, MOX_VARIABLES_CONTRADICT);
   EXPECT_EQ(tried.get("nodes")->text() + value("nodes"), "64");
   tried.set("alivetime", 1250, status_);  // as large as aliveint
-  EXPECT_FALSE(status_.failed());
   tried.constraints(status_);
   EXPECT_FALSE(status_.failed());
 }
@@ -174,8 +172,7 @@ TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
   set("nodes", "7");
   VariableDict own;
   defineVariables(own);
-  EXPECT_EQ(own.find("nodes")->text(), "2");
-  EXPECT_EQ(value("nodes"), "7");
+  EXPECT_EQ(own.find("nodes")->text() + value("nodes"), "27");
 
   EXPECT_EQ(VarKey::hash("historytime"), 2712245385U);
   const std::string all = printed([] { VarSet::instance().print(stdout); });
@@ -189,20 +186,19 @@ TEST_F(Configuration, EveryVariableOfTheProcessCanBeAskedWhatItTakes) {
 }
 
 TEST_F(Configuration, FailingLookUpLeavesTheMessageThatIsBeingBuilt) {
-  const std::string output = printed([] {
-    logmsg.start(LEVEL_INF, "somewhere.cc", 7);
-    logmsg.txt("before ");
-    EXPECT_EQ(varSetInt("no_such", 1), 320);
-    logmsg.txt("after\n");
-    logmsg.logg();
-  });
-  EXPECT_EQ(output, "|WRN p:P No variable named no_such.\np:P before after\n");
+  EXPECT_EQ(printed([] {
+              logmsg.start(LEVEL_INF, "somewhere.cc", 7);
+              logmsg.txt("before ");
+              EXPECT_EQ(varSetInt("no_such", 1), 320);
+              logmsg.txt("after\n");
+              logmsg.logg();
+            }),
+            "|WRN p:P No variable named no_such.\np:P before after\n");
 }
 
 TEST_F(Configuration, CallersInCGetTheirDefaultUntilTheVariableIsSet) {
   int number = 0;
   char* text = nullptr;
-  EXPECT_EQ(varGetInt("nodes", &number, 9999), 0);
   EXPECT_EQ(varSetInt("nodes", -1), 336);
   EXPECT_EQ(varSetInt("ntrans", 300), 0);
   EXPECT_EQ(varGetInt("ntrans", &number, 9999), 0);

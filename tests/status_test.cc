@@ -30,16 +30,16 @@ TEST(Status, FormatsTemplateParametersAndOsError) {
 }
 
 TEST(Status, EverySeverityHasItsLetterAndName) {
-  std::string letters;
-  std::string names;
+  std::string all;
   for (int severity = -1; severity <= 6; ++severity) {
     Status status;
     status.setstatus(static_cast<Severity_e>(severity), MOX_NORMAL);
-    letters += status.getText()[5];
-    names += std::string(getNameSeverity_e(static_cast<Severity_e>(severity))) + " ";
+    all += status.getText()[5];
+    all += std::string(" ") + getNameSeverity_e(static_cast<Severity_e>(severity)) + ", ";
   }
-  EXPECT_EQ(letters, "AXIWESAA");
-  EXPECT_EQ(names, "(Illegal) (Illegal) success warning error systemerr internerr (Illegal) ");
+  EXPECT_EQ(all,
+            "A (Illegal), X (Illegal), I success, W warning, E error, S systemerr, A internerr, "
+            "A (Illegal), ");
 }
 
 // A parameter that is missing is empty, one that the template does not use is appended.
@@ -66,11 +66,10 @@ TEST(Status, OverlongParametersAreCutAndNeverOverflow) {
   const std::tuple<int, const char*, int, int> cases[] = {
       {255, "", 0, 2}, {256, "", 0, 1}, {254, "a", 1, 2}, {254, "ab", 1, 2}, {255, "a", 0, 1}};
   for (const auto& [used, text, stored, count] : cases) {
-    SCOPED_TRACE(std::to_string(used) + " bytes used, then \"" + text + "\"");
     Status status;
     addStatusParam(&status, std::string(static_cast<std::size_t>(used - 1), 'x').c_str());
-    EXPECT_EQ(addStatusParam(&status, text), stored);
-    EXPECT_EQ(status.param_count, count);
+    EXPECT_EQ(addStatusParam(&status, text), stored) << used << text;
+    EXPECT_EQ(status.param_count, count) << used << text;
   }
 }
 
@@ -83,9 +82,7 @@ TEST(Printable, KeepsTextsOfAllLanguagesAndEscapesTheRest) {
   EXPECT_EQ(printable("\x7f\xc2\x9f\xc1\xbf\xe0\x9f\xbf"), R"(\x7f\xc2\x9f\xc1\xbf\xe0\x9f\xbf)");
   EXPECT_EQ(printable("\xed\xa0\x80\xed\xbf\xbf"), R"(\xed\xa0\x80\xed\xbf\xbf)");
   EXPECT_EQ(printable("\xf0\x8f\xbf\xbf\xf4\x90\x80\x80"), R"(\xf0\x8f\xbf\xbf\xf4\x90\x80\x80)");
-  EXPECT_EQ(printable("\x80\xf5\xe2\x82"
-                      "a\xe2\x82\r\t"),
-            R"(\x80\xf5\xe2\x82a\xe2\x82\r\t)");
+  EXPECT_EQ(printable("\x80\xf5\xe2\202a\xe2\x82\r\t"), R"(\x80\xf5\xe2\x82a\xe2\x82\r\t)");
 }
 
 TEST(Status, EveryNumberHasItsTextAndNoOtherHasOne) {
@@ -122,10 +119,6 @@ TEST(Status, PositionsOfAFailureAreShownAsFarAsTheTextHasRoom) {
     status.set(severity, MOX_CANNOT_HAPPEN, 0, {}, {"site.cc", 7});
     EXPECT_TRUE(std::string(status.getText()).ends_with("happen here"));
   }
-  Status status;
-  for (int i = 0; i < 25; ++i) pushTraceStatus(&status, "source.cc", i);
-  EXPECT_EQ(status.trace_count, 20);
-  EXPECT_EQ(status.trace[19].line, 19);
   fmtstatus_errtrace = 0;
 }
 

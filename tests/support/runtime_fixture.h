@@ -16,7 +16,7 @@
 namespace fs = std::filesystem;
 
 // The line about a slow write, which any write is on a host that is busy enough.
-constexpr const char* complaint =
+inline const std::string complaint =
     "([A-Z]{1,6}| {6}) BEWARE .{16} [A-Z][a-z ]{1,20} took too long \\([0-9]{3,} msecs\\)\n";
 
 // Without such lines, with P for the number of this process in the heads of log lines, T for a
