@@ -2,6 +2,8 @@
 // by adding calls.cc to the sources of the test.
 #pragma once
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <functional>
@@ -27,4 +29,15 @@ extern CallHook call_hook;
 inline std::optional<long> fail(int error) {
   errno = error;
   return -1;
+}
+
+// At every call by that name: it fails, or a signal is raised before it is made.
+inline CallHook failing(std::string_view name, int error) {
+  return [=](const Call& call) { return call.name == name ? fail(error) : std::nullopt; };
+}
+inline CallHook raising(std::string_view name, int signal) {
+  return [=](const Call& call) -> std::optional<long> {
+    if (call.name == name) raise(signal);
+    return {};
+  };
 }

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <climits>
@@ -31,10 +30,11 @@ inline int call_devinit(const std::string& options) {
 
 class DevinitTest : public testing::Test {
  protected:
+  // A "-f" among the options names another file.
   RunResult run(const std::string& options, const CallHook& hook = nullptr) const {
     return run_function([&] {
       call_hook = hook;
-      return call_devinit(options + " -f " + file);
+      return call_devinit("-f " + file + " " + options);
     });
   }
 
