@@ -81,8 +81,7 @@ class Devinit : public testing::Test {
   }
 
   LoopDevice loop(unsigned sector, std::size_t size) const {
-    write_file(file, "");
-    fs::resize_file(file, size);
+    write_file(file, std::string(size, '\0'));
     return {file, sector};
   }
 
@@ -117,12 +116,9 @@ TEST_F(Devinit, BlockDevicesOfBothSectorSizesAreWrittenAndRefusedWhenInUse) {
     const std::string content = read_file(file);
     // As a mount holds it.
     const int holder = open(device.path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
-    ASSERT_GE(holder, 0);
-    for (const char* options : {"-b 10", "-b 10000"}) {
-      expect_refused(options, device.path(),
-                     "in use (mounted, swap, part of an array or volume, or being initialized): " +
-                         device.path() + " Device or resource busy");
-    }
+    expect_refused("-b 10000", device.path(),
+                   "in use (mounted, swap, part of an array or volume, or being initialized): " +
+                       device.path() + " Device or resource busy");
     EXPECT_EQ(devinit("-V -b 3088", device.path()).status, 0);
     EXPECT_TRUE(read_file(file) == content);
     close(holder);
@@ -182,7 +178,10 @@ TEST_F(Devinit, VerbositiesOnDataAndLogDevices) {
 
 TEST_F(Devinit, BadInputEndsInOneErrorAndLeavesNothing) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
-  write_file(folder / "plain", "");
+  const std::string taken = folder / "taken";
+  write_file(taken, "first");
+  const int first = open(taken.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(first, LOCK_EX), 0);
   EXPECT_EQ(run_program({DEVINIT, "-b", "5", "-f", file, "V"}).status, 1);
   const std::string cases[][3] = {
       {"", file, "File not found or no blocks"},
@@ -194,11 +193,12 @@ TEST_F(Devinit, BadInputEndsInOneErrorAndLeavesNothing) {
       {"-b 2147483647 -s 32768", file, "Not enough space on disk"},
       {"-b 5", "", "Must have file or device name"},
       {"-b 5", folder / "fifo", "File must be regular file or raw device"},
-      {"-V", folder / "fifo", "File must be regular file or raw device"},
       {"-V -b 5", file, "open No such file or directory"},
       {"-b 5", folder / "absent/file", "statvfs No such file or directory"},
-      {"-b 5", folder / "plain/file", "Cannot stat"}};
+      {"-b 5", taken, "another process is initializing: " + taken},
+      {"-b 5", taken + "/file", "Cannot stat"}};
   for (const auto& [options, path, error] : cases) expect_refused(options, path, error);
+  EXPECT_EQ(read_file(taken), "first");
   EXPECT_FALSE(fs::exists(file));
 }
 
@@ -218,28 +218,17 @@ TEST_F(Devinit, CharacterDevicesKeepTheirNode) {
   EXPECT_TRUE(fs::is_character_file(full.path()));
 }
 
-// Only what lies on the disk tells whether the last data block was probed at its place.
 TEST_F(Devinit, TheProbeIsTheLastDataBlock) {
   constexpr std::size_t size = 4000000;
   const LoopDevice device = loop(512, size);
   if (!device.refusal.empty()) GTEST_SKIP() << "skipped: loop device: " << device.refusal;
   for (const bool log : {true, false}) {
-    fs::resize_file(file, 12288);
-    fs::resize_file(file, size);
+    write_file(file, std::string(size, '\0'));
     ASSERT_EQ(devinit(log ? "-F -l -b 40" : "-F -b 40", device.path()).status, 0);
     std::string data(size - 12288, '\0');
     data.replace((log ? 39 : 38) * 8192, 8192, pattern(8192));
     EXPECT_TRUE(read_file(file).substr(12288) == data) << log;
   }
-}
-
-TEST_F(Devinit, TheSecondOfTwoInitialisersIsRefused) {
-  write_file(file, "first");
-  const int first = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  ASSERT_EQ(flock(first, LOCK_EX), 0);
-  expect_refused("-b 10", file, "another process is initializing: " + file);
-  EXPECT_EQ(read_file(file), "first");
-  close(first);
 }
 
 TEST_F(Devinit, WhatAStrangerCanHavePutThereIsNeitherFollowedNorEmptied) {
@@ -249,9 +238,8 @@ TEST_F(Devinit, WhatAStrangerCanHavePutThereIsNeitherFollowedNorEmptied) {
   for (const char* name : {"victim", "open/planted"}) write_file(folder / name, "x");
   fs::create_hard_link(folder / "victim", open_folder / "second name");
   fs::create_symlink("../victim", open_folder / "link");
-  constexpr uid_t stranger = 65533;
   for (const char* name : {"link", "planted"}) {
-    if (lchown((open_folder / name).c_str(), stranger, stranger) != 0) {
+    if (lchown((open_folder / name).c_str(), 65533, 65533) != 0) {
       GTEST_SKIP() << "skipped: lchown: " << std::strerror(errno);
     }
   }
@@ -304,8 +292,6 @@ TEST_F(Devinit, HostileHeaders) {
       {std::string(40000, '\xff'), "-b 20", "Illegal block size", "Info header offset   = -1\n"},
       {with(284, {'\0', '\x08'}), "-b 20", "Illegal block size", "= 8 bytes\n"},
       {with(284, {'\0', '\0'}), "-F -b 20", "", "Device verification completed\n"},
-      {with(304, "\x80"), "-F -b 20", "Illegal data blocks offset", ""},
-      {with(304, "\x80"), "-F", "", "Device verification completed\n"},
       {with(304, "\x80"), "-b 20", "Illegal data blocks offset", "= -9223372036854763520\n\n"},
       {with(304, std::string(4, '\x7f')), "-b 20", "Read failed", ""},
       {with(304, std::string(7, '\0') + '\x01'), "-b 20", "", "Info header size     = -8191\n"},
@@ -328,9 +314,8 @@ TEST_F(Devinit, HostileHeaders) {
 }
 
 TEST_F(Devinit, OffsetsBeyond4GiB) {
-  if (devinit("-n 3 -F -s 32768 -b 134500", file).err.ends_with("Not enough space on disk\n")) {
-    GTEST_SKIP() << "skipped: small disk";
-  }
+  const std::string refusal = devinit("-n 3 -F -s 32768 -b 134500", file).err;
+  if (refusal.ends_with("Not enough space on disk\n")) GTEST_SKIP() << "skipped: small disk";
   const std::uint32_t hash = hash_of(file);
   put_at(file, 12288 + 134498LL * 32768, stamped_block(32768, {hash, 3, 134498, hash}));
   put_at(file, 12288 + 134499LL * 32768 + 134498 / 8, "\xff");

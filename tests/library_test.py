@@ -34,16 +34,12 @@ class Library(unittest.TestCase):
         self.assertEqual(done.returncode, 0, f"{command}:\n{done.stdout}{done.stderr}")
         return done.stdout
 
-    def project(self, name, cmake, **sources):
-        folder = self.work / name
-        folder.mkdir()
-        (folder / "CMakeLists.txt").write_text(
-            f"cmake_minimum_required(VERSION 3.25)\n{cmake}\n")
+    def project(self, name, **sources):
         for source, text in sources.items():
-            path = folder / source.replace("__", "/").replace("_", ".")
+            path = self.work / name / source.replace("__", "/").replace("_", ".")
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text(text)
-        return folder
+        return self.work / name
 
     def build(self, source, build, *settings, generator="Ninja", **environment):
         folder = self.work / build
@@ -60,7 +56,6 @@ class Library(unittest.TestCase):
         if not FLAGS:  # sanitizers write the path of every source into the program
             self.assertEqual(first, two.read_bytes(), "two builds with one SOURCE_DATE_EPOCH differ")
         version = self.run_in(self.work, one, "-V")
-        self.assertTrue(version.startswith("\nMox Database Server 1.0 Runtime demonstration\n"))
         self.assertRegex(version, r"link_time   : 2023-11-14 22:13:20 UTC\n"
                                   r"link_command: \S+ .*main\.cc\.o .*libmox_runtime\.a.*\n")
         # Without a change nothing is linked again; with one the link time is that of the link.
@@ -74,8 +69,9 @@ class Library(unittest.TestCase):
     def test_first_lines_of_a_program_are_as_the_page_shows_them(self):
         text = (SOURCES / "man/mox_runtime.7").read_text()
         main, cmake = re.findall(r"^\.Bd -literal\n(.*?)^\.Ed$", text, re.M | re.S)[:2]
-        source = self.project("page", "project(page LANGUAGES C CXX)\n"
-                                      "find_package(Threads REQUIRED)\n" + cmake, main_cc=main)
+        source = self.project("page", main_cc=main, CMakeLists_txt=(
+            "cmake_minimum_required(VERSION 3.25)\nproject(page LANGUAGES C CXX)\n"
+            "find_package(Threads REQUIRED)\n" + cmake))
         program = self.build(source, "page-build") / "myprog"
         log = self.work / "page.log"
         self.run_in(self.work, program, "-D", f"logfile={log}", "-D", "historytime=0")
@@ -108,15 +104,12 @@ class Library(unittest.TestCase):
             (own / (header.replace("/", "_") + ".cc")).write_text(f'#include "{header}"\n')
         self.run_in(own, COMPILER, "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic",
                     "-Werror", "-I", own, "-I", include, *sorted(own.glob("*.cc")))
-        (own / "all.c").write_text('#include "mox/common/cvariables.h"\n'
-                                   '#include "mox/common/buildinfo.h"\n')
-        self.run_in(own, "cc", "-std=c99", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic",
-                    "-Werror", "-I", own, "-I", include, "all.c")
 
     def test_program_is_a_target_like_any_other(self):
         source = self.project(
-            "ordinary",
-            """project(ordinary LANGUAGES C CXX)
+            "ordinary", CMakeLists_txt="""
+            cmake_minimum_required(VERSION 3.25)
+            project(ordinary LANGUAGES C CXX)
             find_package(mox REQUIRED)
             add_library(part STATIC part.cc)
             mox_program(ordinary main.cc header.h LIBRARIES part m)
@@ -133,14 +126,10 @@ class Library(unittest.TestCase):
         self.assertEqual(self.run_in(self.work, build / "Debug/ordinary"), "7 2\n")
 
     def test_any_name_of_a_builder_is_a_literal_of_c(self):
-        template = self.work / "template"
-        template.write_text('#include <stdio.h>\nint main(void) { puts("@BUILDER@"); }\n')
-        for name in ("CORP\\ursula", 'a "b" c', "plain"):
-            with self.subTest(name):
-                self.run_in(self.work, "cmake", f"-DBUILDER={name}", "-DOUTPUT=name.c",
-                            f"-DTEMPLATE={template}", "-P", SOURCES / "cmake/WriteBuildInfo.cmake")
-                self.run_in(self.work, "cc", "name.c", "-o", "name")
-                self.assertEqual(self.run_in(self.work, "./name"), name + "\n")
+        (self.work / "tag.in").write_text('_Static_assert(sizeof "@BUILDER@" == 8, "");\n')
+        self.run_in(self.work, "cmake", '-DBUILDER=C\\u "b"', "-DOUTPUT=tag.c", "-DTEMPLATE=tag.in",
+                    "-P", SOURCES / "cmake/WriteBuildInfo.cmake")
+        self.run_in(self.work, "cc", "-c", "tag.c")
 
 
 if __name__ == "__main__":

@@ -81,10 +81,6 @@ int unlinkat(int folder, const char* name, int flags) {
   return ask_or_call<decltype(unlinkat)>({"unlinkat", folder}, "unlinkat", folder, name, flags);
 }
 
-int ftruncate64(int fd, off_t size) {
-  return ask_or_call<decltype(ftruncate64)>({"ftruncate", fd}, "ftruncate64", fd, size);
-}
-
 ssize_t pwrite64(int fd, const void* buffer, std::size_t bytes, off_t offset) {
   const Call call = {"pwrite", fd, const_cast<void*>(buffer), bytes, offset};
   return ask_or_call<decltype(pwrite64)>(call, "pwrite64", fd, buffer, bytes, offset);

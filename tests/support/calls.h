@@ -11,9 +11,9 @@
 #include <string_view>
 
 struct Call {
-  // "openat" but for paths, "flock", "ftruncate", "unlinkat", "pwrite", "pread", "fdatasync",
-  // "fsync", "posix_fadvise", "statvfs"; of the asynchronous requests "io_setup", "io_submit" for
-  // each transfer, "io_getevents", and "io_event" for each result, which the answer replaces.
+  // That of the function in calls.cc, without 64; of the asynchronous requests "io_setup",
+  // "io_submit" for each transfer, "io_getevents", and "io_event" for each result, which the answer
+  // replaces.
   std::string_view name;
   int fd = -1;
   void* buffer = nullptr;  // of a transfer, or the result of statvfs

@@ -7,7 +7,6 @@
 
 #include <climits>
 #include <iterator>
-#include <vector>
 
 #include "kern/devinit/devinit.h"
 #include "kern/devinit/runstate.h"
@@ -18,7 +17,6 @@
 
 namespace fs = std::filesystem;
 
-// With the words of a command line.
 inline int call_devinit(const std::string& options) {
   std::istringstream stream("devinit " + options);
   std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
