@@ -28,15 +28,9 @@ def includes():
 class Layers(unittest.TestCase):
     def test_includes_point_downwards(self):
         floor_of = floors()
-
-        def folder_of(name):
-            folders = [folder for folder in floor_of if name.startswith(folder)]
-            self.assertTrue(folders, f"{name} lies in no folder of the picture")
-            return max(folders, key=len)
-
         for user, used in includes():
             with self.subTest(f"{user} includes {used}"):
-                above, below = folder_of(user), folder_of(used)
+                above, below = (max(filter(name.startswith, floor_of), key=len) for name in (user, used))
                 self.assertTrue(above == below or floor_of[above] < floor_of[below])
 
     def test_no_files_include_each_other_in_a_ring(self):

@@ -6,7 +6,6 @@
 #include <sys/file.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <array>
@@ -30,19 +29,15 @@ auto ask_or_call(const Call& call, const char* symbol, Words... words) {
 
 std::array<Call, 64> in_flight;  // by the tag of the transfer
 
-Call transfer_of(const iocb& request) {
-  return {"io_event", static_cast<int>(request.aio_fildes),
-          reinterpret_cast<void*>(request.aio_buf), request.aio_nbytes, request.aio_offset};
-}
-
 // In front of the real call; the tested code submits one transfer at a time.
 std::optional<long> ask_for_request(long number, const std::array<long, 6>& words) {
   if (number == SYS_io_setup) return ask({"io_setup"});
   if (number == SYS_io_getevents) return ask({"io_getevents"});
   if (number != SYS_io_submit) return {};
   const iocb& request = **reinterpret_cast<iocb**>(words[2]);
-  Call call = in_flight.at(request.aio_data) = transfer_of(request);
-  call.name = "io_submit";
+  Call call = {"io_submit", static_cast<int>(request.aio_fildes),
+               reinterpret_cast<void*>(request.aio_buf), request.aio_nbytes, request.aio_offset};
+  in_flight.at(request.aio_data) = call;
   return ask(call);
 }
 
@@ -61,8 +56,9 @@ long syscall(long number, ...) {
   const long result = real(number, words[0], words[1], words[2], words[3], words[4], words[5]);
   auto* events = reinterpret_cast<io_event*>(words[3]);
   for (long i = 0; number == SYS_io_getevents && i < result; ++i) {
-    const auto answer = ask(in_flight.at(events[i].data));
-    if (answer) events[i].res = *answer;
+    Call& call = in_flight.at(events[i].data);
+    call.name = "io_event";
+    if (const auto answer = ask(call)) events[i].res = *answer;
   }
   return result;
 }
@@ -83,10 +79,6 @@ int flock(int fd, int operation) {
 
 int unlinkat(int folder, const char* name, int flags) {
   return ask_or_call<decltype(unlinkat)>({"unlinkat", folder}, "unlinkat", folder, name, flags);
-}
-
-int ftruncate64(int fd, off_t size) {
-  return ask_or_call<decltype(ftruncate64)>({"ftruncate", fd}, "ftruncate64", fd, size);
 }
 
 ssize_t pwrite64(int fd, const void* buffer, std::size_t bytes, off_t offset) {

@@ -2,6 +2,8 @@
 // by adding calls.cc to the sources of the test.
 #pragma once
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <functional>
@@ -9,9 +11,9 @@
 #include <string_view>
 
 struct Call {
-  // "openat" but for paths, "flock", "ftruncate", "unlinkat", "pwrite", "pread", "fdatasync",
-  // "fsync", "posix_fadvise", "statvfs"; of the asynchronous requests "io_setup", "io_submit" for
-  // each transfer, "io_getevents", and "io_event" for each result, which the answer replaces.
+  // That of the function in calls.cc, without 64; of the asynchronous requests "io_setup",
+  // "io_submit" for each transfer, "io_getevents", and "io_event" for each result, which the answer
+  // replaces.
   std::string_view name;
   int fd = -1;
   void* buffer = nullptr;  // of a transfer, or the result of statvfs
@@ -27,4 +29,15 @@ extern CallHook call_hook;
 inline std::optional<long> fail(int error) {
   errno = error;
   return -1;
+}
+
+// At every call by that name: it fails, or a signal is raised before it is made.
+inline CallHook failing(std::string_view name, int error) {
+  return [=](const Call& call) { return call.name == name ? fail(error) : std::nullopt; };
+}
+inline CallHook raising(std::string_view name, int signal) {
+  return [=](const Call& call) -> std::optional<long> {
+    if (call.name == name) raise(signal);
+    return {};
+  };
 }

@@ -3,12 +3,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <climits>
 #include <iterator>
-#include <vector>
 
 #include "kern/devinit/devinit.h"
 #include "kern/devinit/runstate.h"
@@ -19,7 +17,6 @@
 
 namespace fs = std::filesystem;
 
-// With the words of a command line.
 inline int call_devinit(const std::string& options) {
   std::istringstream stream("devinit " + options);
   std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
@@ -31,10 +28,11 @@ inline int call_devinit(const std::string& options) {
 
 class DevinitTest : public testing::Test {
  protected:
+  // A "-f" among the options names another file.
   RunResult run(const std::string& options, const CallHook& hook = nullptr) const {
     return run_function([&] {
       call_hook = hook;
-      return call_devinit(options + " -f " + file);
+      return call_devinit("-f " + file + " " + options);
     });
   }
 
