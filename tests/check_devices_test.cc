@@ -105,13 +105,6 @@ TEST_F(Devices, FailWithTheReason) {
   }
 }
 
-// The site that failed, and the functions above it that passed the failure on.
-TEST_F(Devices, TheLogTracesTheFailure) {
-  EXPECT_THAT(run("check", "device-0.path=" + (folder_ / "x")).err,
-              testing::ContainsRegex("device_res.cc' line .*device_res.cc' line .*op.cc' line "
-                                     ".*commands.cc' line "));
-}
-
 TEST_F(Devices, TheLastFreeBlockMayBeTaken) {
   // 9 MB take 2304 blocks of 4096 bytes, one of the bitmap and three of the header.
   const SmallFileSystem exact(std::to_string(2308 * 4096));
