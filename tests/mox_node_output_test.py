@@ -25,9 +25,8 @@ def make_node(base=5000, *buffers):
 
 
 def header(signature, guards=(1, 1, 1), name=b"/data/n1", kind=0x80, size=8192):
-    biased = bytes(byte ^ 0x80 for byte in name.ljust(256, b"\0"))
-    words = struct.pack(">III", guards[0], 1795000000 ^ 0x80000000, 5)
-    words += struct.pack(">I", signature ^ 0x80000000) + biased
+    words = struct.pack(">4I", guards[0], 1795000000 ^ 0x80000000, 5, signature ^ 0x80000000)
+    words += bytes(byte ^ 0x80 for byte in name.ljust(256, b"\0"))
     words += struct.pack(">IIIHBIB", 3 ^ 0x80000000, 2 ** 31 - 1, 0, size, kind, 0x80000000, 0x81)
     return words + struct.pack(">IQQI", guards[1], 8192, 12288, guards[2])
 
@@ -49,18 +48,17 @@ class CommandLine(NodeTest):
                 ("status -u '' +", "--user has an empty argument"),
                 ("status -o xml +", "unknown output format xml"),
                 ("up -o prometheus +", "prometheus output is of status alone")):
-            with self.subTest(line):
-                words = shlex.split(line.replace("+", NODE))
-                text = mox_node(*words)
-                full = f"Error: {error}; mox_node --help tells more\n"
-                self.assertEqual((text.status, text.out, text.err), (1, "", full))
-                if " -o" in line or line[:1] == "-" or line[-6:] == "--wait":
-                    continue
-                # The same in JSON, wherever the option stands.
-                json = mox_node(*words[:1], "-o", "json", *words[1:])
-                said = words[0] if words and words[0] != "frob" else None
-                self.assertEqual((json.status, json.err, json.json), (1, full, {
-                    "version": 1, "verb": said, "error": full[7:-1]}))
+            words = shlex.split(line.replace("+", NODE))
+            text = mox_node(*words)
+            full = f"Error: {error}; mox_node --help tells more\n"
+            self.assertEqual((text.status, text.out, text.err), (1, "", full))
+            if " -o" in line or line[:1] == "-" or line[-6:] == "--wait":
+                continue
+            # The same in JSON, wherever the option stands.
+            json = mox_node(*words[:1], "-o", "json", *words[1:])
+            said = words[0] if words and words[0] != "frob" else None
+            self.assertEqual((json.status, json.err, json.json), (1, full, {
+                "version": 1, "verb": said, "error": full[7:-1]}))
         self.assertEqual(held(), NOTHING)
 
     def test_help_and_version(self):
@@ -71,15 +69,14 @@ class CommandLine(NodeTest):
         self.assertRegex(mox_node("-V").out, r"\Amox_node \d+\.\d+\.\d+\.\d+ \[.*\]\n\Z")
 
     def test_descriptions_that_are_refused(self):
-        caret = "^"
         for text, error in (
                 ("create node-1: ipcbase=5, foo=3",
-                 f"foo\n create node-1: ipcbase=5, foo\n{caret:>30}"),
-                ("CREATE node-1:", f"CREATE\n CREATE\n{caret:>7}"),
+                 f"foo\n create node-1: ipcbase=5, foo\n{'^':>30}"),
+                ("CREATE node-1:", f"CREATE\n CREATE\n{'^':>7}"),
                 ("", "\\n\n\n^"),
                 ("create node-1: device-0.path=/x",
                  f"device spec not allowed for create\nError: device\n create node-1: device\n"
-                 f"{caret:>22}"),
+                 f"{'^':>22}"),
                 ("delete node-1: ipcbase=5", "a delete command does not say what is wanted"),
                 ("create --search node-1: ipcbase=5",
                  "--search names no base key, so that nobody can say what is wanted"),
@@ -87,14 +84,13 @@ class CommandLine(NodeTest):
                 ("create node-2: ipcbase=17 node-3: ipcbase=100 node-1: ipcbase=10",
                  "node-1 and node-2 overlap: a node owns the 8 keys from its base on, here 10 "
                  "and 17")):
-            with self.subTest(text):
-                path = self.path("node.cmd", text.replace(" ", "\n\t"))
-                for words in (words_of(text), ["-f", path]):
-                    if not words:
-                        continue
-                    result = mox_node("up", "-o", "json", *words)
-                    self.assertEqual((result.status, result.err, result.json["error"]),
-                                     (1, f"Error: {error}\n", error))
+            path = self.path("node.cmd", text.replace(" ", "\n\t"))
+            for words in (words_of(text), ["-f", path]):
+                if not words:
+                    continue
+                result = mox_node("up", "-o", "json", *words)
+                self.assertEqual((result.status, result.err, result.json["error"]),
+                                 (1, f"Error: {error}\n", error))
         self.assertEqual(held(), NOTHING)
         # Keys side by side do not overlap.
         self.assertEqual(verb("plan", "create node-1: ipcbase=8 node-2: ipcbase=16").status, 0)
@@ -155,7 +151,6 @@ node-9 absent ipcbase=6000 attached=0
         self.assertEqual(re.sub(" id=.*| created=[^ ]*", "", verbose), expected)
 
     def test_plan(self):
-        """Against limits of a host's own."""
         if not os.access("/proc/sys/kernel/shmmni", os.W_OK):
             self.skipTest("skipped: limits are fixed")
         for name, text in (("shmmni", "3"), ("shmmax", "5000000"), ("shmall", "1400"),
@@ -243,7 +238,6 @@ space {self.folder}/no needed=4295110656 free=? unknown
                 ("probe_timestamp_seconds", "When the host was looked at.",
                  "mox_node_probe_timestamp_seconds")))
         head, _, stamp = result.out.rpartition(" ")
-        # The state is told by the samples; the text is complete.
         self.assertEqual((head, result.status), (expected, 0))
         self.assertTrue(before <= int(stamp) <= time.time())
         # Of what the kernel does not tell, there is no sample.
@@ -334,6 +328,7 @@ class Output(NodeTest):
             result = verb(f"status --output-file {place}", "delete")
             self.assertEqual((result.status, result.out, result.err),
                              (1, "", f"Error: {error}\n{more}"))
+        # Prometheus has no form for an error: the file stays as it is.
         result = mox_node("status", "-o", "prometheus", "--output-file", path, "delete")
         self.assertEqual((result.status, result.err), (1, f"Error: {error}\n"))
         self.assertEqual(pathlib.Path(path).read_text(),
@@ -430,10 +425,9 @@ class Devices(NodeTest):
                 ("new", "absent", None, "create"), ("dangling", "absent", None, "create"),
                 ("astray", "unknown", None, None), ("nowhere/new", "unknown", None, None),
                 ("text/new", "unknown", None, None), *nodes):
-            with self.subTest(name):
-                device = self.look(self.path(name), "plan")
-                self.assertEqual((device["state"], device["kind"], device["bytes"],
-                                  device["check"]), (state, kind, None, check))
+            device = self.look(self.path(name), "plan")
+            self.assertEqual((device["state"], device["kind"], device["bytes"],
+                              device["check"]), (state, kind, None, check), name)
         self.assertEqual(self.look("").get("path"), None)
         self.assertNotIn("new", os.listdir(self.folder))
         if has_users():
@@ -525,19 +519,18 @@ class Devices(NodeTest):
                 ("a part of another", "", "", {"holders/dm-0": ""}, "busy"),
                 ("a partition is mounted", mounted % ("600:8", "none"), "", partition, "busy"),
                 ("another is mounted", mounted % ("600:9", "none"), "", partition, None)):
-            with self.subTest(name):
-                LIBC.mount(b"none", b"/sys/dev/block", b"tmpfs", 0, None)
-                os.makedirs("/sys/dev/block/600:7/holders")
-                for file, content in system.items():
-                    path = pathlib.Path("/sys/dev/block/600:7", file)
-                    path.parent.mkdir(exist_ok=True)
-                    path.write_text(content)
-                self.put_over("/proc/swaps", "Filename Type Size Used Priority\n" + swaps)
-                mount = 'mount --bind "$0" /proc/$$/mountinfo && exec "$@"'
-                device = self.look(node, "plan", prefix=["sh", "-c", mount,
-                                                         self.path("mounts", mounts)])
-                self.assertEqual((device["state"], device["kind"], device["check"]),
-                                 ("unknown", "block", check))
+            LIBC.mount(b"none", b"/sys/dev/block", b"tmpfs", 0, None)
+            os.makedirs("/sys/dev/block/600:7/holders")
+            for file, content in system.items():
+                path = pathlib.Path("/sys/dev/block/600:7", file)
+                path.parent.mkdir(exist_ok=True)
+                path.write_text(content)
+            self.put_over("/proc/swaps", "Filename Type Size Used Priority\n" + swaps)
+            mount = 'mount --bind "$0" /proc/$$/mountinfo && exec "$@"'
+            device = self.look(node, "plan", prefix=["sh", "-c", mount,
+                                                     self.path("mounts", mounts)])
+            self.assertEqual((device["state"], device["kind"], device["check"]),
+                             ("unknown", "block", check), name)
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -15,8 +15,6 @@
 
 namespace {
 
-using testing::HasSubstr;
-
 using ResourceManager = IpcTest;
 
 TEST_F(ResourceManager, CreatesAndDeletesWhatANodeNeeds) {
@@ -39,12 +37,6 @@ Error: delete of shared memory segment -2147483647 failed
 $ mox_res_mgr delete node-0: ipcbase=100
 )");
   EXPECT_TRUE(nothing_left());
-  expect_session(R"(
-$ mox_res_mgr delete node-0: ipcbase=100
-5520 E3 Creating semaphore with key "105" failed: No such file or directory
-Error: cannot attach to semaphore 105
-no segment 101, 102, 103, 104, 105
-)");
 }
 
 TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
@@ -118,7 +110,12 @@ node-0 at 2147483632
 
 // Root's objects are in the way of everybody, whatever may be asked about them.
 TEST_F(ResourceManager, SeesAndSparesWhatBelongsToOthers) {
-  const std::string script = R"(
+  const RunResult trial =
+      run_program({"/usr/bin/setpriv", "--reuid=65534", "--clear-groups", MOX_RES_MGR, "-h"});
+  if (trial.status != 0) GTEST_SKIP() << "skipped: no other user may run this: " << trial.err;
+  semget(113, 8, IPC_CREAT | 0600);
+  shmget(107, 9, IPC_CREAT | 0600);
+  expect_session(R"(
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create --search node-0: ipcbase=100
 node-0 at 109
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create node-1: ipcbase=108
@@ -134,13 +131,7 @@ Error: cannot attach to semaphore 105
 no segment 101, 102, 103, 104, 105
 5511 S4 Removing shared memory segment with key "0" failed: Operation not permitted
 Error: delete of shared memory segment 107 failed
-)";
-  const RunResult trial =
-      run_program({"/usr/bin/setpriv", "--reuid=65534", "--clear-groups", MOX_RES_MGR, "-h"});
-  if (trial.status != 0) GTEST_SKIP() << "skipped: no other user may run this: " << trial.err;
-  semget(113, 8, IPC_CREAT | 0600);
-  shmget(107, 9, IPC_CREAT | 0600);
-  expect_session(script);
+)");
 }
 
 TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
@@ -170,10 +161,6 @@ creator uid 0, 8 semaphores
 log: removed for a node without ipcbase: segment with key 1: shmid 0, owner uid 0, 10 bytes, \
 attached 0 times, created by pid me
 log: removing /nonexistent/file: No such file or directory
-$ mox_res_mgr create node-0: ipcbase=100
-node-0 at 100
-$ mox_res_mgr delete node-0: ipcbase=100
-no segment 101, 102, 103, 105
 )");
   EXPECT_EQ(segment_keys(), std::vector<int>{6});
   EXPECT_TRUE(set_keys().empty());
@@ -235,9 +222,6 @@ $ strace -qq -o /dev/null -e inject=shmget:error=ENOMEM mox_res_mgr create node-
 sed -n "s/ [0-9]* kB; / some kB; /; s/.*memory=.*CommitLimit $(awk '/^CommitL/ {print $2}' \
 /proc/meminfo) /LIMIT /p"
 LIMIT kB, in use now some kB; asked for 4194304 bytes
-$ strace -qq -o /dev/null -e inject=rt_sigaction:error=EPERM mox_res_mgr create node-0: ipcbase=1
-Error: signals cannot be held: Operation not permitted
-Error: create failed, removing 0 elements; abnormal
 )");
 }
 
@@ -247,7 +231,7 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
                                            "Version     : 1.0."));
   const std::string link = run_program({MOX_RES_MGR, "-V"}).out;
   EXPECT_THAT(link, testing::StartsWith(version + "link_time   : "));
-  EXPECT_THAT(link, HasSubstr("\nlink_command: "));
+  EXPECT_THAT(link, testing::HasSubstr("\nlink_command: "));
   std::string many = "$ mox_res_mgr create node-0:";
   for (int i = 0; i < 199; ++i) many += " ipcbase=1,";
   expect_session("$ mox_res_mgr -v -V\n" + version + link + R"(Error: \n
@@ -284,12 +268,6 @@ TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
   expect_session(R"(
 $ printf 'create\tnode-0:\r\n  ipcbase=100\n' > @/a; mox_res_mgr -f @/a these words do not count
 node-0 at 100
-$ printf 'delete node-0: ipcbase=100\0 node-1:' > @/a; mox_res_mgr -f @/a
-Error: command file @/a holds a zero byte
-= 1
-$ mox_res_mgr -f @
-5502 S4 Reading file "@" failed: Is a directory
-= 1
 $ : its size is not what it holds; mox_res_mgr -f /proc/version
 5502 S4 Reading file "/proc/version" failed, OS status=0
 = 1
