@@ -61,11 +61,9 @@ class TimedAttacks : public Attacks {
     if (const std::string reason = why_no_faults(); !reason.empty()) GTEST_SKIP() << reason;
   }
 
-  using Attack = std::function<void()>;
-
   // A run that is stopped for a time at the n-th call of that name, and what happens meanwhile.
   static RunResult attacked(std::vector<std::string> words, const Fault& delay, int n,
-                            const Attack& attack) {
+                            const std::function<void()>& attack) {
     words.insert(words.begin(), MOX_RES_MGR);
     RunResult result;
     bool struck = false;
@@ -76,7 +74,7 @@ class TimedAttacks : public Attacks {
   }
 
   // A CHECK that is stopped in front of its undo, once it has made the file.
-  static RunResult attacked_check(const std::string& path, const Attack& attack) {
+  static RunResult attacked_check(const std::string& path, const std::function<void()>& attack) {
     return attacked({"check", device(path) + ", device-0.size=1"}, {"shmdt", "delay_enter=2000000"},
                     1, [&] {
                       wait_until([&] { return fs::exists(path); });

@@ -12,7 +12,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from node_host import (AS_NOBODY, LIBC, NODE, NODE_KEYS, NOTHING, TRACE, TWO, WHOLE, NodeTest,
-                       attach, faulty, has_users, held, mox_node, remove_segment, rows, segment, stand, verb)
+                       attach, faulty, has_users, held, remove_segment, rows, segment, stand, verb)
 
 
 def meet(when, words, change):
@@ -124,13 +124,6 @@ class Turns(NodeTest):
                                        exchange)
         self.assertEqual((status, error), (1, "Error: left: node-1: databuf (key 5001) is wrong\n"))
         self.assertEqual([(row["key"], row["shmid"]) for row in rows("shm")], [(5001, stranger)])
-
-    def test_an_interrupt_at_the_last_look_undoes_everything(self):
-        result = mox_node("up", *NODE.split(), prefix=faulty("rt_sigaction:error=EPERM"))
-        self.assertEqual((result.status, result.err, held()), (
-            1, "Error: holding signals: Operation not permitted\n", NOTHING))
-        result = mox_node("up", *NODE.split(), prefix=faulty("semget:signal=SIGTERM:when=3"))
-        self.assertEqual((result.status, held()), (-15, NOTHING))
 
     def test_an_object_in_the_way_undoes_everything(self):
         # A stranger's segment appears between the look and the creation.

@@ -4,7 +4,6 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,6 @@
 #include "tests/support/session.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 using ResourceManager = IpcTest;
 
@@ -40,12 +37,6 @@ Error: delete of shared memory segment -2147483647 failed
 $ mox_res_mgr delete node-0: ipcbase=100
 )");
   EXPECT_TRUE(nothing_left());
-  expect_session(R"(
-$ mox_res_mgr delete node-0: ipcbase=100
-5520 E3 Creating semaphore with key "105" failed: No such file or directory
-Error: cannot attach to semaphore 105
-no segment 101, 102, 103, 104, 105
-)");
 }
 
 TEST_F(ResourceManager, UndoesTheWholeCreateWhenASegmentIsInTheWay) {
@@ -119,7 +110,12 @@ node-0 at 2147483632
 
 // Root's objects are in the way of everybody, whatever may be asked about them.
 TEST_F(ResourceManager, SeesAndSparesWhatBelongsToOthers) {
-  const std::string script = R"(
+  const RunResult trial =
+      run_program({"/usr/bin/setpriv", "--reuid=65534", "--clear-groups", MOX_RES_MGR, "-h"});
+  if (trial.status != 0) GTEST_SKIP() << "skipped: no other user may run this: " << trial.err;
+  semget(113, 8, IPC_CREAT | 0600);
+  shmget(107, 9, IPC_CREAT | 0600);
+  expect_session(R"(
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create --search node-0: ipcbase=100
 node-0 at 109
 $ setpriv --reuid=65534 --clear-groups mox_res_mgr create node-1: ipcbase=108
@@ -135,13 +131,7 @@ Error: cannot attach to semaphore 105
 no segment 101, 102, 103, 104, 105
 5511 S4 Removing shared memory segment with key "0" failed: Operation not permitted
 Error: delete of shared memory segment 107 failed
-)";
-  const RunResult trial =
-      run_program({"/usr/bin/setpriv", "--reuid=65534", "--clear-groups", MOX_RES_MGR, "-h"});
-  if (trial.status != 0) GTEST_SKIP() << "skipped: no other user may run this: " << trial.err;
-  semget(113, 8, IPC_CREAT | 0600);
-  shmget(107, 9, IPC_CREAT | 0600);
-  expect_session(script);
+)");
 }
 
 TEST_F(ResourceManager, ChecksForTrialAndLeavesNothing) {
@@ -155,17 +145,6 @@ log: in the way: segment with key 14: shmid 1, owner uid 0, 4194304 bytes, attac
 created by pid ?
 log: in the way: this run made that segment for node 1, with ipcbase 10
 )");
-  // A stranger's segment among the keys of node 1, which has no data buffer itself.
-  const int stranger = shmget(11, 10, IPC_CREAT | 0600);
-  expect_session(R"(
-$ mox_res_mgr check node-1: ipcbase=10 node-2: ipcbase=8, nlogbuf=5 | tail -n 2
-5515 S4 Shared memory segment with key "11" exists already
-Error: check failed
-log: in the way: segment with key 11: shmid )" +
-                 std::to_string(stranger) + R"(, owner uid 0, 10 bytes, \
-attached 0 times, created by pid me
-)");
-  shmctl(stranger, IPC_RMID, nullptr);
   EXPECT_TRUE(nothing_left());
 }
 
@@ -182,10 +161,6 @@ creator uid 0, 8 semaphores
 log: removed for a node without ipcbase: segment with key 1: shmid 0, owner uid 0, 10 bytes, \
 attached 0 times, created by pid me
 log: removing /nonexistent/file: No such file or directory
-$ mox_res_mgr create node-0: ipcbase=100
-node-0 at 100
-$ mox_res_mgr delete node-0: ipcbase=100
-no segment 101, 102, 103, 105
 )");
   EXPECT_EQ(segment_keys(), std::vector<int>{6});
   EXPECT_TRUE(set_keys().empty());
@@ -247,9 +222,6 @@ $ strace -qq -o /dev/null -e inject=shmget:error=ENOMEM mox_res_mgr create node-
 sed -n "s/ [0-9]* kB; / some kB; /; s/.*memory=.*CommitLimit $(awk '/^CommitL/ {print $2}' \
 /proc/meminfo) /LIMIT /p"
 LIMIT kB, in use now some kB; asked for 4194304 bytes
-$ strace -qq -o /dev/null -e inject=rt_sigaction:error=EPERM mox_res_mgr create node-0: ipcbase=1
-Error: signals cannot be held: Operation not permitted
-Error: create failed, removing 0 elements; abnormal
 )");
 }
 
@@ -259,7 +231,7 @@ TEST_F(ResourceManager, OptionsAndTheirExitStatus) {
                                            "Version     : 1.0."));
   const std::string link = run_program({MOX_RES_MGR, "-V"}).out;
   EXPECT_THAT(link, testing::StartsWith(version + "link_time   : "));
-  EXPECT_THAT(link, HasSubstr("\nlink_command: "));
+  EXPECT_THAT(link, testing::HasSubstr("\nlink_command: "));
   std::string many = "$ mox_res_mgr create node-0:";
   for (int i = 0; i < 199; ++i) many += " ipcbase=1,";
   expect_session("$ mox_res_mgr -v -V\n" + version + link + R"(Error: \n
@@ -274,30 +246,12 @@ Option  (Mnemonic  ) Explanation     Environment variable
     -v  (version   )
     -V  (Version   )
     -f: (input    f) <input file>
-$ mox_res_mgr -n 3
-opt: ?
-Error: 3\n
- 3
- ^
-usage; abnormal
-$ mox_res_mgr -f /nonexistent create node-0:
-5500 S4 Opening file "/nonexistent" failed: No such file or directory
-= 1
-$ mox_res_mgr create -- node-0: ipcbase=1
-Error: node
- create -- node
-              ^
-usage; abnormal
 $ mox_res_mgr check --search node-0: ipcbase=100, device-0.path=/x
 Error: --search not allowed for devices; abnormal
 $ mox_res_mgr create --search node-0: evbuf=0
 Error: illegal key 0
 5510 S4 Getting shared memory segment with key "0" failed, OS status=0
 Error: create failed, removing 0 elements; abnormal
-$ mox_res_mgr check node-0:
-Error: illegal key 0
-5510 S4 Getting shared memory segment with key "0" failed, OS status=0
-Error: check failed
 )" + many + R"(
 Error: too many words for a command line, put the command into a file (-f)
 = 1
@@ -306,9 +260,6 @@ Error: too many words for a command line, put the command into a file (-f)
 
 TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
   const TempFolder folder;
-  std::string million = "create";
-  for (int i = 0; i < 1000000; ++i) million += " x";
-  write_file(folder / "million", million);
 #ifdef __SANITIZE_ADDRESS__  // which needs the address space for itself
   const std::string limit = "true";
 #else
@@ -317,21 +268,9 @@ TEST_F(ResourceManager, ReadsCommandFilesWholeOrNotAtAll) {
   expect_session(R"(
 $ printf 'create\tnode-0:\r\n  ipcbase=100\n' > @/a; mox_res_mgr -f @/a these words do not count
 node-0 at 100
-$ printf 'delete node-0: ipcbase=100\0 node-1:' > @/a; mox_res_mgr -f @/a
-Error: command file @/a holds a zero byte
-= 1
-$ mox_res_mgr -f @
-5502 S4 Reading file "@" failed: Is a directory
-= 1
 $ : its size is not what it holds; mox_res_mgr -f /proc/version
 5502 S4 Reading file "/proc/version" failed, OS status=0
 = 1
-$ mox_res_mgr -f @/million
-Error: x
- create x
-        ^
-usage; abnormal
-log: syntax error in @/million, line 1, column 8
 $ : holes are refused before they fill the memory; truncate -s 4294967295 @/a
 $ )" + limit + R"(; mox_res_mgr -f @/a
 Error: command file @/a holds a zero byte
@@ -342,12 +281,6 @@ $ truncate -s 4294967296 @/a; mox_res_mgr -f @/a
 $ mkfifo @/fifo; (sleep 0.3; (printf create; sleep 0.3; printf ' node-0: ipcbase=90') > @/fifo) & \
 mox_res_mgr -f @/fifo
 node-0 at 90
-$ : a pipe that nobody writes to is empty; mox_res_mgr -f @/fifo
-Error: \n
-
-^
-usage; abnormal
-log: syntax error in @/fifo, line 1, column 1
 $ yes | mox_res_mgr -f /dev/stdin
 5502 S4 Reading file "/dev/stdin" failed: File too large
 = 1
@@ -361,30 +294,26 @@ TEST_F(ResourceManager, ExplainsSyntaxErrorsInTheLog) {
   const std::string path = folder / "command";
   const std::string plain = ": sizes are plain bytes: ";
   const struct {
-    std::string text;
-    std::string place;
-    std::string advice;
+    std::string text, place, advice;
   } cases[] = {
-      {"create\nnode-1: ipcbase=5,\n\tdatabfu=5\n", "line 3, column 2", ": did you mean databuf?"},
-      {"\n\nCREATE node-1:", "line 3, column 1", ": keywords are lower case: create"},
-      {"create node-1: databuf=12M", "line 1, column 26", plain + "12M is 12582912"},
-      {"create node-1: databuf=2KiB,\n", "line 1, column 25", plain + "2KiB is 2048"},
-      {"create node-1: databuf=999999Tb,", "line 1, column 30",
+      {"create\nnode-1: ipcbase=5,\n\tdatabfu=5\n", "3, column 2", ": did you mean databuf?"},
+      {"\n\nCREATE node-1:", "3, column 1", ": keywords are lower case: create"},
+      {"create node-1: databuf=12M", "1, column 26", plain + "12M is 12582912"},
+      {"create node-1: databuf=2KiB,\n", "1, column 25", plain + "2KiB is 2048"},
+      {"create node-1: databuf=999999Tb,", "1, column 30",
        plain + "999999Tb is 1099510528264372224"},
-      {"create node-1: databuf=1000000t,", "line 1, column 31", ""},
-      {"check node-1: device-0.size = 10M", "line 1, column 33",
+      {"create node-1: databuf=1000000t,", "1, column 31", ""},
+      {"check node-1: device-0.size = 10M", "1, column 33",
        ": the size of a device is a plain number of MB"},
-      {"create node-1: datbuf=7", "line 1, column 16", ": did you mean databuf?"},
-      {"create node-1: dataf=7", "line 1, column 16", ""},
-      {"create node-1: typ=7", "line 1, column 16", ""},
-      {"create\n  node-1\n\n", "line 4, column 1", ""},
-      {"create node-1: ipcbase=1,\r\n ipcbase=7", "line 2, column 9", ""},
+      {"create node-1: dataf=7", "1, column 16", ""},
+      {"create\n  node-1\n\n", "4, column 1", ""},
+      {"create node-1: ipcbase=1,\r\n ipcbase=7", "2, column 9", ""},
   };
   for (const auto& [text, place, advice] : cases) {
     SCOPED_TRACE(text);
     write_file(path, text);
     const std::string head = "sed -n 's/^RESMGR.* p:[0-9]* //p'";
-    expect_session("$ mox_res_mgr -f @ 2>&1 >/dev/null | " + head + "\nsyntax error in @, " +
+    expect_session("$ mox_res_mgr -f @ 2>&1 >/dev/null | " + head + "\nsyntax error in @, line " +
                        place + advice + "\n$ mox_res_mgr \"$(cat @)\" 2>&1 >/dev/null | " + head +
                        "\n" + (advice.empty() ? "" : "syntax error" + advice + "\n"),
                    path);

@@ -36,14 +36,6 @@ TEST_F(Undo, LeavesASetThatTookTheKey) {
   EXPECT_EQ(set_keys(), std::vector<int>{5});
 }
 
-// Such a look-up asks for more semaphores than the set has.
-TEST_F(Undo, RemovesASetWhoseLookUpIsRefused) {
-  sem_undo_op entry(5, 8);
-  entry.made(semget(5, 2, IPC_CREAT | 0600), Whose::OURS);
-  EXPECT_EQ(report(entry), "");
-  EXPECT_TRUE(set_keys().empty());
-}
-
 TEST_F(Undo, LeavesASegmentThatTookTheKey) {
   shm_undo_op entry(5);
   const int ours = shmget(5, 10, IPC_CREAT | 0600);

@@ -35,19 +35,13 @@ const std::set<std::string> others = {"exit_group", "futex",  "getrandom", "madv
 const std::set<std::string> others = {"exit_group", "futex", "getrandom"};
 #endif
 
-}  // namespace
-
-std::string why_no_faults() {
-  if (access("/usr/bin/strace", X_OK) != 0) return "skipped: strace is not installed";
-  const RunResult trial = run_program({"/usr/bin/strace", "-qq", "-o", "/dev/null", "/bin/true"});
-  return trial.status == 0 ? "" : "skipped: strace cannot trace here: " + trial.err;
-}
-
+// The system calls of a run in turn, from the program's own first one on (what the loader does is
+// not its to mend): the name, and how many of that name there were so far.
 std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>& argv) {
   RunResult result;
   std::istringstream lines(trace({}, argv, result));
   std::map<std::string, int> counts;
-  std::map<std::string, int> own_counts;
+  int signal_calls = 0;
   std::vector<std::pair<std::string, int>> calls;
   bool started = false;
   for (std::string line; std::getline(lines, line);) {
@@ -56,9 +50,17 @@ std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>
     const int count = ++counts[name];
     if (!started || name.size() == line.size() || others.contains(name)) continue;
     // All signals are held one by one, and released: the first of these calls stand for the rest.
-    if (++own_counts[name] <= 4 || name != "rt_sigaction") calls.emplace_back(name, count);
+    if (name != "rt_sigaction" || ++signal_calls <= 4) calls.emplace_back(name, count);
   }
   return calls;
+}
+
+}  // namespace
+
+std::string why_no_faults() {
+  if (access("/usr/bin/strace", X_OK) != 0) return "skipped: strace is not installed";
+  const RunResult trial = run_program({"/usr/bin/strace", "-qq", "-o", "/dev/null", "/bin/true"});
+  return trial.status == 0 ? "" : "skipped: strace cannot trace here: " + trial.err;
 }
 
 RunResult run_with_fault(const std::vector<std::string>& argv, const Fault& fault, int n,

@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/support/process.h"
@@ -18,10 +17,6 @@ struct Fault {
 
 // Empty, or why faults cannot be injected here.
 std::string why_no_faults();
-
-// The system calls of a run in turn, from the first one of the program's own on (what the loader
-// does before is not the program's to mend): the name, and how many of that name there were so far.
-std::vector<std::pair<std::string, int>> calls_of(const std::vector<std::string>& argv);
 
 // The fault strikes at the n-th call of each name, from 1 on, if there are so many: then `struck`.
 RunResult run_with_fault(const std::vector<std::string>& argv, const Fault& fault, int n,

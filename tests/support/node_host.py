@@ -72,26 +72,23 @@ def has_users():
     return "4294967295" in pathlib.Path("/proc/self/uid_map").read_text()
 
 
-def _give(control, ident, *user):
-    """Makes the user and the group of that number the owners."""
-    buffer = ctypes.create_string_buffer(256)
-    _must(control(ident, *user[1:], IPC_STAT, buffer))
-    struct.pack_into("II", buffer, 4, user[0], user[0])
-    _must(control(ident, *user[1:], IPC_SET, buffer))
+def _give(control, ident, uid, *number):
+    """Makes the user and the group of that number, if there is one, the owners of the object."""
+    if uid is not None:
+        buffer = ctypes.create_string_buffer(256)
+        _must(control(ident, *number, IPC_STAT, buffer))
+        struct.pack_into("II", buffer, 4, uid, uid)
+        _must(control(ident, *number, IPC_SET, buffer))
+    return ident
 
 
 def segment(key, size, uid=None, mode=0o660):
-    ident = _must(LIBC.shmget(key, ctypes.c_size_t(size), IPC_CREAT | IPC_EXCL | mode))
-    if uid is not None:
-        _give(LIBC.shmctl, ident, uid)
-    return ident
+    made = LIBC.shmget(key, ctypes.c_size_t(size), IPC_CREAT | IPC_EXCL | mode)
+    return _give(LIBC.shmctl, _must(made), uid)
 
 
 def semaphores(key, count=8, mode=0o660, uid=None):
-    ident = _must(LIBC.semget(key, count, IPC_CREAT | IPC_EXCL | mode))
-    if uid is not None:
-        _give(LIBC.semctl, ident, uid, 0)
-    return ident
+    return _give(LIBC.semctl, _must(LIBC.semget(key, count, IPC_CREAT | IPC_EXCL | mode)), uid, 0)
 
 
 def stand(*keys, owner=None, database=1048576, semaphore_count=8):
