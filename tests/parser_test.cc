@@ -56,6 +56,7 @@ TEST(Parser, RefusesWithTheReasonAndThePlace) {
   } cases[] = {
       {create, "node-4294967296", ":", "4294967296", "number 4294967296 is too big"},
       {create, "node-0: ipcbase=2147483648", "", "2147483648", "number 2147483648 is too big"},
+      {create, "node-0: databuf=2147483648", "", "2147483648", "number 2147483648 is too big"},
       {create, "node-0: ipcbase=0, ipcbase=1, ipcbase=", "2", "=", "ipcbase already specified"},
       {create, "node-0\v", ":", "\v", ""},
       {create, "node-0: evbuf=100M\xff\x01", ",", "M\xff\x01", ""},

@@ -50,7 +50,7 @@ TEST(Status, ParametersTakeTheirPlaces) {
     const char* text;
   } cases[] = {
       {MOX_SHM_EXISTS, {}, "KORV-E-05515: Shared memory segment with key \"\" exists already"},
-      {MOX_NO_SPACE_LEFT, {"x", "y"}, "KORV-E-01521: No space left on device x y"},
+      {MOX_NO_SPACE_LEFT, {"x", "y\n"}, "KORV-E-01521: No space left on device x y\\n"},
       {MOX_VALUE_OUT_OF_RANGE,
        {"50%1%i\n", "acktimeout"},
        "KORV-E-00336: Value \"50%1%i\\n\" of variable \"acktimeout\" is not in the range  to "}};
