@@ -73,7 +73,7 @@ class CommandLine(NodeTest):
                 ("create node-1: ipcbase=5, foo=3",
                  f"foo\n create node-1: ipcbase=5, foo\n{'^':>30}"),
                 (f"create node-1: {'x' * 600}",
-                 f"{'x' * 600}\n create node-1: {'x' * 600}\n{'^':>616}"),
+                 f"{'x' * 600}\\n\n create node-1: {'x' * 600}\n{'^':>616}"),
                 ("CREATE node-1:", f"CREATE\n CREATE\n{'^':>7}"),
                 ("", "\\n\n\n^"),
                 ("create node-1: device-0.path=/x",
