@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -175,6 +177,42 @@ TEST_F(Attacks, APathForgesNoLineOfTheReport) {
   const RunResult del = run("delete", command);
   EXPECT_THAT(del.out, HasSubstr("Error: delete of file " + shown + " failed\n"));
   EXPECT_THAT(del.err, HasSubstr("removing " + shown + ": "));
+}
+
+// Whatever is given is shown in one line and in plain characters, by whichever program.
+TEST_F(Attacks, NothingThatIsGivenForgesALine) {
+  const std::string evil = "a\nforged\x1b[2J";
+  const std::string path = folder / evil;
+  const std::string link = folder / ("link" + evil), node = folder / ("node" + evil);
+  fs::create_symlink(MOX_RES_MGR, link);
+  ASSERT_TRUE(mknod(node.c_str(), S_IFCHR | 0600, makedev(1, 7)) == 0 || errno == EPERM);
+  write_file(folder / ("full" + evil), "x");
+  const std::string full = "\"" + (folder / ("full" + evil)) + "\"", end = ", device-0.size=";
+  const std::string status = "node-1: ipcbase=1";
+  const std::vector<std::string> given[] = {
+      {MOX_RES_MGR, "-f", path},
+      {link, "-h"},
+      {MOX_RES_MGR, "check", device(full) + end + "1"},
+      {MOX_RES_MGR, "check", device(full) + end + "2147483647"},
+      {MOX_RES_MGR, "delete", device("\"" + node + "\"")},
+      {DEVINIT, "-b", evil},
+      {DEVINIT, evil},
+      {DEVINIT, "-b", "5", "-f", path + "/x"},
+      {MOX_NODE, "status", "-f", path},
+      {MOX_NODE, "status", "-o", evil, "create", status},
+      {MOX_NODE, "status", "-u", evil, "create", status},
+      {MOX_NODE, "status", "--" + evil, "create", status},
+      {MOX_NODE, "down", "--wait", evil, "create", status},
+      {MOX_NODE, "status", "--output-file", path + "/x", "create", status},
+      {MOX_NODE, "plan", "check", device("\"" + path + "\"") + end + "1"},
+      {MOX_NODE, evil}};
+  for (const std::vector<std::string>& words : given) {
+    const RunResult run = run_program(words);
+    SCOPED_TRACE(testing::PrintToString(words) + run.out + run.err);
+    EXPECT_THAT(run.out + run.err, HasSubstr("a\\nforged\\x1b[2J"));
+    EXPECT_THAT(run.out + run.err, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(run.out + run.err, Not(HasSubstr("\nforged")));
+  }
 }
 
 TEST_F(TimedAttacks, ASetThatARollbackRemovesIsMissed) {

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "common/base/number.h"
+#include "common/base/printable.h"
 
 namespace moxnode {
 
@@ -72,7 +73,7 @@ class Scan {
 
  private:
   void wrong(const std::string& what) {
-    if (options.error.empty()) options.error = what;
+    if (options.error.empty()) options.error = printable(what);
   }
 
   void scan(int argc, char** argv) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "common/base/printable.h"
 #include "common/interrupt.h"
 #include "kern/mox_node/failure.h"
 
@@ -51,7 +52,7 @@ int write_file(Descriptor& file, const std::string& text, const std::string& at,
 void refuse_other_than_file(const std::string& name) {
   struct stat status {};
   if (lstat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    throw Failure("writing " + name + ": it is no regular file");
+    throw Failure("writing " + printable(name) + ": it is no regular file");
   }
 }
 
@@ -61,11 +62,11 @@ void replace_file(const std::string& text, const std::string& name) {
   refuse_other_than_file(name);
   std::string beside = name + ".XXXXXX";
   Descriptor file(mkostemp(beside.data(), O_CLOEXEC));
-  if (!file) throw Failure("writing " + name, errno);
+  if (!file) throw Failure("writing " + printable(name), errno);
   const int error = write_file(file, text, beside, name);
   if (error != 0) unlink(beside.c_str());
   if (pendingInterrupt() != 0) dieOfSignal(pendingInterrupt());
-  if (error != 0) throw Failure("writing " + name, error);
+  if (error != 0) throw Failure("writing " + printable(name), error);
 }
 
 }  // namespace
