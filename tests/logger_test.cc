@@ -223,30 +223,31 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   EXPECT_EQ(printed(log_to_journal), "|p:P text\nVSE p:P text\n");
   const std::string ignoring = "p:P initLogLevMap, ignoring unexpected value: ";
   const std::string overrides = " overrides syslog_facility=cron\n";
-  EXPECT_EQ(
-      printed([] {
-        logmsg.newConfig();
-        log_at_all_levels();
-        logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
-        for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
-        logmsg.loggImmediate();
-        set("loglevmap_dbg", "debug");
-        set("loglevmap_err", "none");
-        set("syslog_ident", "OTHER");
-        set("syslog_facility", "cron");
-        log(LEVEL_DBG, "100%s");
-        log(LEVEL_ERR);
-        for (const char* facility : {"local7", "none", "moon"}) {
-          setenv("MOX_SYSLOG_FACILITY", facility, 1);
-          set("loglevmap_vse", facility);
-          log(LEVEL_VSE);
-        }
-      }),
-      "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\nERR p:P " + std::string(6000, 'x') +
-          "ERR p:P text\n" + ignoring + "local7\np:P MOX_SYSLOG_FACILITY=local7" + overrides +
-          "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
-          "p:P syslog logging disabled\nVSE p:P text\n" + ignoring +
-          "moon\np:P MOX_SYSLOG_FACILITY=moon" + overrides + ignoring + "moon\nVSE p:P text\n");
+  EXPECT_EQ(printed([] {
+              logmsg.newConfig();
+              log_at_all_levels();
+              logmsg.start(LEVEL_ERR, "somewhere.cc", 7);
+              for (int i = 0; i < 3; ++i) logmsg.txt(std::string(2000, 'x').c_str());
+              logmsg.loggImmediate();
+              set("loglevmap_dbg", "debug");
+              set("loglevmap_err", "none");
+              set("syslog_ident", "OTHER");
+              set("syslog_facility", "cron");
+              log(LEVEL_DBG, "100%s");
+              log(LEVEL_ERR);
+              for (const char* facility : {"local7", "none", "mo\non"}) {
+                setenv("MOX_SYSLOG_FACILITY", facility, 1);
+                set("loglevmap_vse", facility);
+                log(LEVEL_VSE);
+              }
+            }),
+            "|p:P text\nWRN p:P text\nERR p:P text\nVSE p:P text\nERR p:P " +
+                std::string(6000, 'x') + "ERR p:P text\n" + ignoring +
+                "local7\np:P MOX_SYSLOG_FACILITY=local7" + overrides +
+                "VSE p:P text\np:P MOX_SYSLOG_FACILITY=none" + overrides +
+                "p:P syslog logging disabled\nVSE p:P text\n" + ignoring +
+                "mo\\non\np:P MOX_SYSLOG_FACILITY=mo\\non" + overrides + ignoring +
+                "mo\\non\nVSE p:P text\n");
   std::string received;
   char datagram[100];
   for (ssize_t n = 0; (n = recv(server, datagram, sizeof datagram, MSG_DONTWAIT)) > 0;) {
@@ -261,7 +262,7 @@ TEST_F(Logger, SystemLogGetsLinesAtTheirPriorityAndFacility) {
   umount2("/dev", MNT_DETACH);
   Status status;
   initLogLevMap(status);
-  EXPECT_STREQ(status.getText(), "KORV-S-11618: Invalid syntax in configuration file moon");
+  EXPECT_STREQ(status.getText(), "KORV-S-11618: Invalid syntax in configuration file mo\\non");
 }
 
 TEST_F(Logger, StatusIsReportedWhole) {

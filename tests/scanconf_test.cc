@@ -189,11 +189,11 @@ TEST_F(Configuration, FailingLookUpLeavesTheMessageThatIsBeingBuilt) {
   EXPECT_EQ(printed([] {
               logmsg.start(LEVEL_INF, "somewhere.cc", 7);
               logmsg.txt("before ");
-              EXPECT_EQ(varSetInt("no_such", 1), 320);
+              EXPECT_EQ(varSetInt("no\nsuch", 1), 320);
               logmsg.txt("after\n");
               logmsg.logg();
             }),
-            "|WRN p:P No variable named no_such.\np:P before after\n");
+            "|WRN p:P No variable named no\\nsuch.\np:P before after\n");
 }
 
 TEST_F(Configuration, CallersInCGetTheirDefaultUntilTheVariableIsSet) {
