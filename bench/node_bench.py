@@ -13,7 +13,7 @@ import tempfile
 import time
 
 NODES, FIRST_BASE, KEYS_APART = 900, 1000, 10
-PAIRS = 51
+PAIRS = 301
 SEGMENTS = 32000
 
 
