@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "kern/mox_node/failure.h"
 #include "kern/mox_res_mgr/command_file.h"

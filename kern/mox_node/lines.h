@@ -56,8 +56,8 @@ class Lines {
   }
 
   std::string text_;
-  char
-      piece_[512];  // of the text, behind text_: to append every few bytes to a string takes longer
+  // What follows text_ is gathered here: a string takes longer to append every few bytes.
+  char piece_[512];
   std::size_t used_ = 0;
 };
 
