@@ -6,12 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <fstream>
 #include <limits>
-#include <sstream>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "common/base/kernelfile.h"
 #include "common/lockmem.h"
 
 int intimateSharedMemory = 0;
@@ -76,15 +77,17 @@ bool keysByIndex(std::vector<int>& keys) {
 
 // For confined processes, to whom the table itself is refused.
 bool keysFromProc(std::vector<int>& keys) {
-  std::ifstream table("/proc/sysvipc/shm");
-  std::string line;
-  if (!std::getline(table, line)) return false;
-  while (std::getline(table, line)) {
-    int key = 0;
-    if (!(std::istringstream(line) >> key)) return false;
-    keys.push_back(key);
+  const std::optional<std::string> table = readKernelFile("/proc/sysvipc/shm");
+  if (!table || table->empty()) return false;
+  std::string_view rest = *table;
+  takeLine(rest);  // the names of the columns
+  while (!rest.empty()) {
+    std::string_view line = takeLine(rest);
+    const std::optional<int> key = takeNumber<int>(line);
+    if (!key) return false;
+    keys.push_back(*key);
   }
-  return table.eof();
+  return true;
 }
 
 bool allKeys(std::vector<int>& keys) {

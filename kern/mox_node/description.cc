@@ -44,12 +44,6 @@ class Reports {
   std::FILE* before_;
 };
 
-std::string joined(const std::vector<char*>& words) {
-  std::string text;
-  for (const char* word : words) text.append(" ").append(word);
-  return text;
-}
-
 // The lines of a report, without the mark that every message gets at the end.
 Failure failure_of(std::string report) {
   if (report.ends_with('\n')) report.pop_back();
@@ -66,7 +60,7 @@ std::string text_of_file(const std::string& name) {
     if (!resmgr::stat.failed()) throw failure_of(reports.text());
     throw Failure(resmgr::stat.getText(), resmgr::stat.os_error);
   }
-  return joined(file.words());
+  return resmgr::joined(file.words());
 }
 
 void refuse_search() {
@@ -92,8 +86,7 @@ Node node_of(const resmgr::op& record) {
   if (record.ipc.ipcbase == 0) {
     throw Failure("node-" + std::to_string(record.node) + ": no base key (ipcbase) is given, or 0");
   }
-  Node node = bare_node(record.node, record.ipc.ipcbase);
-  for (Buffer& buffer : node.buffers) buffer.wanted = record.ipc.size[buffer.row->offset];
+  Node node{record.node, record.ipc, {}};
   for (const resmgr::device_res& device : record.devices) {
     node.devices.push_back({device.number, device.path, device.size});
   }
@@ -104,32 +97,24 @@ void refuse_overlap(const std::vector<Node>& nodes) {
   std::vector<const Node*> sorted;
   sorted.reserve(nodes.size());
   for (const Node& node : nodes) sorted.push_back(&node);
-  std::ranges::sort(sorted, {}, &Node::ipcbase);
+  const auto base_of = [](const Node* node) { return node->ipc.ipcbase; };
+  std::ranges::sort(sorted, {}, base_of);
   for (std::size_t i = 1; i < sorted.size(); ++i) {
-    const auto distance = static_cast<std::int64_t>(sorted[i]->ipcbase) - sorted[i - 1]->ipcbase;
-    if (distance >= resmgr::keys_per_node) continue;
+    const int base = base_of(sorted[i]);
+    const int lower = base_of(sorted[i - 1]);
+    if (static_cast<std::int64_t>(base) - lower >= resmgr::keys_per_node) continue;
     throw Failure("node-" + std::to_string(sorted[i - 1]->number) + " and node-" +
                   std::to_string(sorted[i]->number) + " overlap: a node owns the " +
                   std::to_string(resmgr::keys_per_node) + " keys from its base on, here " +
-                  std::to_string(sorted[i - 1]->ipcbase) + " and " +
-                  std::to_string(sorted[i]->ipcbase));
+                  std::to_string(lower) + " and " + std::to_string(base));
   }
 }
 
 }  // namespace
 
-Node bare_node(std::uint32_t number, int ipcbase) {
-  resmgr::ipc_res keys;
-  keys.ipcbase = ipcbase;
-  Node node{number, ipcbase, {}, keys.key(resmgr::semaphores_offset), {}};
-  std::ranges::transform(resmgr::buffers, node.buffers.begin(), [&](const resmgr::buffer& row) {
-    return Buffer{&row, keys.key(row.offset), 0};
-  });
-  return node;
-}
-
 std::vector<Node> read_description(const Options& options) {
-  std::string text = options.file.empty() ? joined(options.words) : text_of_file(options.file);
+  std::string text =
+      options.file.empty() ? resmgr::joined(options.words) : text_of_file(options.file);
   std::vector<Node> nodes;
   try {
     const resmgr::op_list records = parse(std::move(text));

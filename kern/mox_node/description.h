@@ -2,21 +2,14 @@
 // manager, as nodes with their segments, semaphore set and devices.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "kern/mox_node/options.h"
-#include "kern/mox_res_mgr/buffers.h"
+#include "kern/mox_res_mgr/ipc_res.h"
 
 namespace moxnode {
-
-struct Buffer {
-  const resmgr::buffer* row;
-  int key;
-  std::uint64_t wanted;  // bytes; 0: no segment is wanted
-};
 
 struct Device {
   std::uint32_t number;
@@ -26,15 +19,9 @@ struct Device {
 
 struct Node {
   std::uint32_t number;
-  int ipcbase;
-  // Every buffer that a node can have, in the order of keys.
-  std::array<Buffer, resmgr::buffers.size()> buffers;
-  int set_key;
+  resmgr::ipc_res ipc;
   std::vector<Device> devices;
 };
-
-// The node with that base key; its buffers wanted with 0 bytes.
-Node bare_node(std::uint32_t number, int ipcbase);
 
 // Throws Failure when the text cannot be read, has an error, or does not say what is wanted.
 std::vector<Node> read_description(const Options& options);

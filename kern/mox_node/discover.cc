@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <unordered_map>
 
-#include "kern/mox_node/description.h"
 #include "kern/mox_node/failure.h"
 #include "kern/mox_node/verdict.h"
 #include "kern/mox_res_mgr/ipc_res.h"
@@ -32,6 +31,12 @@ int base_of_dictionary(int key) {
   return static_cast<int>(static_cast<unsigned>(key) - dictionary.offset);
 }
 
+resmgr::ipc_res keys_from(int base) {
+  resmgr::ipc_res keys;
+  keys.ipcbase = base;
+  return keys;
+}
+
 class Finder {
  public:
   explicit Finder(std::optional<uid_t> owner)
@@ -51,7 +56,7 @@ class Finder {
   bool is_ours(const Object& object) const { return !owner_ || object.uid == *owner_; }
 
   bool has_set(int base) const {
-    const auto set = sets_.find(bare_node(0, base).set_key);
+    const auto set = sets_.find(keys_from(base).key(resmgr::semaphores_offset));
     return set != sets_.end() && is_ours(set->second) &&
            set->second.size == static_cast<unsigned>(resmgr::semaphores_per_node);
   }
@@ -77,24 +82,24 @@ class Finder {
   }
 
   NodeReport node(std::uint32_t number, int base) const {
-    const Node keys = bare_node(number, base);
+    const resmgr::ipc_res keys = keys_from(base);
     NodeReport node;
     node.number = number;
     node.ipcbase = base;
-    for (const Buffer& buffer : keys.buffers) {
-      const auto found = segments_.find(buffer.key);
+    for (const resmgr::buffer& buffer : resmgr::buffers) {
+      const auto found = segments_.find(keys.key(buffer.offset));
       if (found == segments_.end()) continue;
       const Object& segment = found->second;
       const bool ours = is_ours(segment);
       (ours ? node.segments : node.extra)
-          .push_back({buffer.row,
-                      buffer.key,
-                      ours ? segment.size : 0,
+          .push_back({&buffer,
+                      segment.key,
                       State::UNKNOWN,
+                      ours ? segment.size : 0,
                       {Found::THERE, 0, segment}});
     }
-    const Object& set = sets_.at(keys.set_key);
-    node.set = {nullptr, keys.set_key, set.size, State::UNKNOWN, {Found::THERE, 0, set}};
+    const Object& set = sets_.at(keys.key(resmgr::semaphores_offset));
+    node.set = {nullptr, set.key, State::UNKNOWN, set.size, {Found::THERE, 0, set}};
     judge_node(node, owner_);
     return node;
   }

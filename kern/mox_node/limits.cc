@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <limits>
+#include <string_view>
 
+#include "common/base/kernelfile.h"
 #include "kern/mox_node/sysv.h"
 
 namespace moxnode {
@@ -55,24 +55,17 @@ Need need_of(const std::vector<NodeReport>& nodes) {
 
 // The n-th number of a setting.
 Number setting(const std::string& name, int n = 1) {
-  std::ifstream file("/proc/sys/" + name);
-  std::uint64_t value = 0;
-  for (; n > 0; --n) {
-    if (!(file >> value)) return std::nullopt;
-  }
-  return value;
+  const std::optional<std::string> text = kernelSetting(name);
+  if (!text) return std::nullopt;
+  std::string_view rest = *text;
+  while (--n > 0) takeWord(rest);
+  return takeNumber<std::uint64_t>(rest);
 }
 
-// A figure of /proc/meminfo, in bytes.
-Number memory_figure(const std::string& name) {
-  std::ifstream file("/proc/meminfo");
-  std::string word;
-  while (file >> word) {
-    std::uint64_t kilobytes = 0;
-    if (word == name + ":" && file >> kilobytes) return kilobytes * 1024;
-    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-  }
-  return std::nullopt;
+Number memory_figure_in_bytes(std::string_view name) {
+  const Number kilobytes = memoryFigure(name);
+  if (!kilobytes) return std::nullopt;
+  return *kilobytes * 1024;
 }
 
 struct Use {
@@ -128,9 +121,9 @@ std::vector<LimitReport> look_at_limits(const std::vector<NodeReport>& nodes) {
   constexpr std::uint64_t never_overcommit = 2;
   const Number overcommit = setting("vm/overcommit_memory");
   if (!overcommit || *overcommit == never_overcommit) {
-    const Number limit = overcommit ? memory_figure("CommitLimit") : std::nullopt;
-    limits.push_back(
-        report("CommitLimit", limit, memory_figure("Committed_AS"), need.pages * page_size()));
+    const Number limit = overcommit ? memory_figure_in_bytes("CommitLimit") : std::nullopt;
+    limits.push_back(report("CommitLimit", limit, memory_figure_in_bytes("Committed_AS"),
+                            need.pages * page_size()));
   }
   const std::optional<bool> vanish = segments_vanish();
   if (!vanish || *vanish) {

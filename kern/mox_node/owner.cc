@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <limits>
 
+#include "common/base/kernelfile.h"
 #include "common/base/number.h"
 #include "common/base/printable.h"
 #include "kern/mox_node/failure.h"
@@ -28,16 +28,16 @@ const passwd* account(Ask ask, Key key, const std::string& user) {
 // Whether the name space of users that this process lives in knows the identifier. A file that
 // cannot be read says nothing; then the kernel refuses when it comes to it.
 bool is_mapped(const char* map, std::uint64_t id) {
-  std::ifstream file(map);
-  std::uint64_t first = 0;
-  std::uint64_t outside = 0;
-  std::uint64_t count = 0;
-  bool any = false;
-  while (file >> first >> outside >> count) {
-    if (id >= first && id - first < count) return true;
-    any = true;
+  const std::optional<std::string> text = readKernelFile(map);
+  if (!text || text->empty()) return true;
+  for (std::string_view rest = *text; !rest.empty();) {
+    std::string_view line = takeLine(rest);
+    const auto first = takeNumber<std::uint64_t>(line);
+    takeWord(line);  // the first one outside
+    const auto count = takeNumber<std::uint64_t>(line);
+    if (!first || !count || (id >= *first && id - *first < *count)) return true;
   }
-  return !any;
+  return false;
 }
 
 }  // namespace

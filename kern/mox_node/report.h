@@ -17,8 +17,8 @@ namespace moxnode {
 struct ObjectReport {
   const resmgr::buffer* buffer = nullptr;  // of a segment; null: the semaphore set
   int key = 0;
-  std::uint64_t wanted = 0;  // bytes or semaphores; 0: extra
   State state = State::UNKNOWN;
+  std::uint64_t wanted = 0;  // bytes or semaphores; 0: extra
   Look look;
 
   Kind kind() const { return buffer != nullptr ? Kind::SEGMENT : Kind::SET; }

@@ -1,17 +1,15 @@
 #include "kern/mox_node/sysv.h"
 
-#include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <string>
+#include <string_view>
 
-#include "common/base/descriptor.h"
+#include "common/base/kernelfile.h"
 
 namespace moxnode {
 
@@ -77,13 +75,12 @@ constexpr int most_columns = 14;
 
 using Row = std::array<long long, most_columns>;
 
-// False when the line, up to its end, holds fewer numbers than the table has columns.
-bool read_row(const char* line, const char* end, int count, Row& row) {
+// False when the line holds fewer numbers than the table has columns.
+bool read_row(std::string_view line, int count, Row& row) {
   for (int i = 0; i < count; ++i) {
-    char* rest = nullptr;
-    row[static_cast<std::size_t>(i)] = std::strtoll(line, &rest, i == mode_column ? 8 : 10);
-    if (rest == line || rest > end) return false;
-    line = rest;
+    const auto number = takeNumber<long long>(line, i == mode_column ? 8 : 10);
+    if (!number) return false;
+    row[static_cast<std::size_t>(i)] = *number;
   }
   return true;
 }
@@ -104,18 +101,6 @@ Object object_of(const Row& row, const Columns& at) {
   object.creator_pid = static_cast<pid_t>(cell(at.creator_pid));
   object.last_pid = static_cast<pid_t>(cell(at.last_pid));
   return object;
-}
-
-bool read_whole(const char* path, std::string& text) {
-  const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
-  if (!file) return false;
-  char part[65536];
-  for (;;) {
-    const ssize_t count = read(file.get(), part, sizeof part);
-    if (count == 0) return true;
-    if (count < 0) return false;
-    text.append(part, static_cast<std::size_t>(count));
-  }
 }
 
 }  // namespace
@@ -148,20 +133,18 @@ bool table_use(Kind kind, TableUse& use) {
 
 std::optional<std::vector<Object>> proc_table(Kind kind) {
   const Columns& at = columns[static_cast<unsigned>(kind)];
-  std::string text;
-  if (!read_whole(at.path, text)) return std::nullopt;
-  std::vector<Object> objects;
-  // The first line holds the names of the columns.
-  std::size_t end = text.find('\n');
-  if (end == std::string::npos) {
-    errno = ENODATA;
+  const std::optional<std::string> text = readKernelFile(at.path);
+  if (!text) return std::nullopt;
+  if (!text->ends_with('\n')) {
+    errno = text->empty() ? ENODATA : EBADMSG;
     return std::nullopt;
   }
-  for (std::size_t line = end + 1; line < text.size(); line = end + 1) {
-    end = text.find('\n', line);
+  std::vector<Object> objects;
+  std::string_view rest = *text;
+  takeLine(rest);  // the names of the columns
+  while (!rest.empty()) {
     Row row{};
-    if (end == std::string::npos ||
-        !read_row(text.c_str() + line, text.c_str() + end, at.count, row)) {
+    if (!read_row(takeLine(rest), at.count, row)) {
       errno = EBADMSG;
       return std::nullopt;
     }

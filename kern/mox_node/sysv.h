@@ -15,10 +15,10 @@ enum class Kind { SEGMENT, SET };
 struct Object {
   int key = 0;
   int id = -1;
-  std::uint64_t size = 0;  // bytes of a segment, semaphores of a set
-  unsigned mode = 0;       // the nine permission bits
+  unsigned mode = 0;  // the nine permission bits
   uid_t uid = 0;
   gid_t gid = 0;
+  std::uint64_t size = 0;       // bytes of a segment, semaphores of a set
   std::int64_t changed_at = 0;  // seconds since 1970
   // Of segments alone:
   std::uint64_t attached = 0;

@@ -79,22 +79,28 @@ std::string troubles(const NodeReport& node, std::optional<uid_t> owner) {
   return text;
 }
 
+std::size_t wanted_segments(const resmgr::ipc_res& ipc) {
+  return ipc.size.size() - static_cast<std::size_t>(std::ranges::count(ipc.size, 0U));
+}
+
 NodeReport look_at_node(const Node& wanted, std::optional<uid_t> owner, Host& host) {
   NodeReport node;
   node.number = wanted.number;
-  node.ipcbase = wanted.ipcbase;
-  node.segments.reserve(wanted.buffers.size());
-  for (const Buffer& buffer : wanted.buffers) {
-    const ObjectReport object{buffer.row, buffer.key, buffer.wanted, State::UNKNOWN,
-                              host.look(Kind::SEGMENT, buffer.key)};
-    if (buffer.wanted != 0) {
+  node.ipcbase = wanted.ipc.ipcbase;
+  node.segments.reserve(wanted_segments(wanted.ipc));
+  for (const resmgr::buffer& buffer : resmgr::buffers) {
+    const int key = wanted.ipc.key(buffer.offset);
+    const ObjectReport object{&buffer, key, State::UNKNOWN, wanted.ipc.size[buffer.offset],
+                              host.look(Kind::SEGMENT, key)};
+    if (object.wanted != 0) {
       node.segments.push_back(object);
     } else if (object.look.found != Found::ABSENT) {
       node.extra.push_back(object);
     }
   }
-  node.set = {nullptr, wanted.set_key, resmgr::semaphores_per_node, State::UNKNOWN,
-              host.look(Kind::SET, wanted.set_key)};
+  const int set_key = wanted.ipc.key(resmgr::semaphores_offset);
+  node.set = {nullptr, set_key, State::UNKNOWN, resmgr::semaphores_per_node,
+              host.look(Kind::SET, set_key)};
   for (const Device& device : wanted.devices) {
     node.devices.push_back(
         {device.number, device.path, device.megabytes, look_at_device(device.path)});

@@ -171,12 +171,7 @@ void search_check(const op_list& ops) {
 }
 
 void execute(int count, char** words) {
-  std::string text;
-  for (int i = 0; i < count; ++i) {
-    text += ' ';
-    text += words[i];
-  }
-  start_lexer(std::move(text));
+  start_lexer(joined({words, static_cast<std::size_t>(count)}));
   switch (lookahead) {
     case T_CREATE:
       create_cmd();

@@ -5,10 +5,9 @@
 #include <sys/shm.h>
 
 #include <cerrno>
-#include <fstream>
-#include <limits>
 #include <string>
 
+#include "common/base/kernelfile.h"
 #include "common/base/number.h"
 #include "common/logger.h"
 #include "kern/mox_res_mgr/report.h"
@@ -17,22 +16,15 @@ namespace resmgr {
 
 namespace {
 
-// The first line of a kernel setting, "?" where it cannot be read.
+// "?" where it cannot be read.
 std::string setting(const std::string& name) {
-  std::ifstream file("/proc/sys/" + name);
-  std::string value;
-  return std::getline(file, value) ? value : "?";
+  return kernelSetting(name).value_or("?");
 }
 
-// A figure of /proc/meminfo, in kB.
+// In kB.
 std::string memory_figure(const std::string& name) {
-  std::ifstream file("/proc/meminfo");
-  std::string word;
-  while (file >> word) {
-    if (word == name + ":" && file >> word) return word;
-    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-  }
-  return "?";
+  const auto figure = memoryFigure(name);
+  return figure ? std::to_string(*figure) : "?";
 }
 
 std::string segment_count_or_pages() {

@@ -1,6 +1,7 @@
 #include "kern/mox_res_mgr/lexer.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -129,6 +130,15 @@ void read_unquoted() {
 
 const char* token_name(token kind) {
   return kind >= T_CREATE && kind <= T_ERROR ? tok_names[kind] : nullptr;
+}
+
+std::string joined(std::span<char* const> words) {
+  std::size_t length = 0;
+  for (const char* const word : words) length += 1 + std::strlen(word);
+  std::string text;
+  text.reserve(length);
+  for (const char* const word : words) text.append(" ").append(word);
+  return text;
 }
 
 void start_lexer(std::string text) {

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -72,6 +73,9 @@ extern std::size_t tok_pos;       // read position in it
 extern std::string_view tok_buf;  // text of the token just read, a part of in_buf
 extern std::string_view err_buf;  // text that a syntax error shows, a part of in_buf
 extern token lookahead;
+
+// The words of a command as one text, each behind one blank.
+std::string joined(std::span<char* const> words);
 
 // Takes the text, and its first token for the look-ahead.
 void start_lexer(std::string text);
