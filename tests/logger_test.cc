@@ -144,6 +144,17 @@ TEST_F(Logger, TroublesAreToldOnceAndTheProgramGoesOn) {
     logmsg.setFileNameAll(file.c_str());
     EXPECT_EQ(printed(log_at_all_levels), "       WRN p:P T could not " + trouble + "\n|");
   }
+  // A configuration that is read again tries what could not be opened, also under the same name.
+  const std::string late = folder_ / "late/log";
+  EXPECT_EQ(printed([&] {
+              set("logfile", late);
+              log(LEVEL_INF);
+            }),
+            "       WRN p:P T could not open file " + late + ":No such file or directory\n|");
+  mkdir((folder_ / "late").c_str(), 0700);
+  logmsg.newConfig();
+  log(LEVEL_INF);
+  EXPECT_EQ(read("late/log"), "p:P text\n");
   for (const std::string target : {"", "/dev/full"}) {
     const std::string out = run_function([&target] {
                               close(STDERR_FILENO);

@@ -235,6 +235,16 @@ class Unknown(NodeTest):
         self.assertEqual(self.refused("shmctl semctl", "plan").json["limits"],
                          verb("plan", NODE).json["limits"])
 
+    def test_a_table_is_read_to_its_end_or_not_at_all(self):
+        for key in range(8000, 8200):
+            segment(key, 1)
+        segment(5004, DICTIONARY)
+        self.assertEqual(self.refused("shmget", "status").status, 0)
+        for n in range(1, 9):
+            result = verb("status", NODE, prefix=faulty("shmget:error=EPERM",
+                                                        f"read:error=EIO:when={n}"))
+            self.assertIn(result.status, (0, 1, 127), f"read {n}: {result.out}")
+
     def test_existence_that_is_told_by_a_refusal(self):
         # EACCES says that there is a segment; the table does not show which.
         result = self.refused("shmget", "status", error="EACCES")
