@@ -26,12 +26,12 @@ void object_head(JsonWriter& json, const ObjectReport& object) {
   const bool there = object.look.found == Found::THERE;
   const Object& found = object.look.object;
   json.key("key").value(object.key);
-  json.key("state").value(name_of(object.state));
+  json.key("state").word(name_of(object.state));
   json.key("wanted").value(object.wanted);
   when(json.key("size"), there, found.size);
   when(json.key("id"), there, found.id);
   json.key("mode");
-  there ? json.value(octal(found.mode)) : json.null();
+  there ? json.word(octal(found.mode)) : json.null();
   when(json.key("uid"), there, found.uid);
   when(json.key("gid"), there, found.gid);
 }
@@ -40,7 +40,7 @@ void segment(JsonWriter& json, const ObjectReport& object) {
   const bool there = object.look.found == Found::THERE;
   const Object& found = object.look.object;
   json.begin_object();
-  json.key("buffer").value(object.name());
+  json.key("buffer").word(object.name());
   object_head(json, object);
   when(json.key("attached"), there, found.attached);
   when(json.key("creator_pid"), there && found.creator_pid != 0, found.creator_pid);
@@ -60,7 +60,7 @@ void extra(JsonWriter& json, const ObjectReport& object) {
   const bool there = object.look.found == Found::THERE;
   const Object& found = object.look.object;
   json.begin_object();
-  json.key("kind").value("segment");
+  json.key("kind").word("segment");
   json.key("key").value(object.key);
   when(json.key("size"), there, found.size);
   when(json.key("id"), there, found.id);
@@ -83,7 +83,7 @@ void device(JsonWriter& json, const DeviceReport& device, bool planned) {
   json.begin_object();
   json.key("device").value(device.number);
   text_or_null(json.key("path"), device.path);
-  json.key("state").value(name_of(device.facts.state));
+  json.key("state").word(name_of(device.facts.state));
   text_or_null(json.key("kind"), device.facts.kind);
   json.key("bytes").value(device.facts.bytes);
   header(json, device.facts.header);
@@ -93,8 +93,8 @@ void device(JsonWriter& json, const DeviceReport& device, bool planned) {
   json.end_object();
 }
 
-template <class List, class Write>
-void list(JsonWriter& json, const char* key, const List& items, Write write) {
+template <std::size_t size, class List, class Write>
+void list(JsonWriter& json, const char (&key)[size], const List& items, Write write) {
   json.key(key).begin_list();
   for (const auto& item : items) write(item);
   json.end_list();
@@ -104,10 +104,10 @@ void node(JsonWriter& json, const NodeReport& node, bool planned) {
   json.begin_object();
   json.key("node").value(node.number);
   json.key("ipcbase").value(node.ipcbase);
-  json.key("state").value(name_of(node.state));
+  json.key("state").word(name_of(node.state));
   json.key("attached").value(node.attached);
   text_or_null(json.key("reason"), node.reason);
-  if (planned) json.key("plan").value(name_of(node.step));
+  if (planned) json.key("plan").word(name_of(node.step));
   list(json, "segments", node.segments, [&](const auto& item) { segment(json, item); });
   set(json.key("semaphores"), node.set);
   list(json, "extra", node.extra, [&](const auto& item) { extra(json, item); });
@@ -142,14 +142,14 @@ void head(JsonWriter& json, Verb verb) {
 
 }  // namespace
 
-std::string to_json(const Report& report) {
+Lines to_json(const Report& report) {
   const bool planned = report.verb == Verb::PLAN;
   constexpr std::size_t bytes_per_node = 2000;
   JsonWriter json(report.nodes.size() * bytes_per_node);
   head(json, report.verb);
-  json.key("state").value(name_of(report.state));
+  json.key("state").word(name_of(report.state));
   json.key("changed").value(report.changed);
-  json.key("before").value(name_of(report.before));
+  json.key("before").word(name_of(report.before));
   if (planned) {
     list(json, "limits", report.limits, [&](const auto& item) { limit(json, item); });
     list(json, "space", report.space, [&](const auto& item) { space(json, item); });
@@ -159,7 +159,7 @@ std::string to_json(const Report& report) {
   return json.take_line();
 }
 
-std::string error_to_json(Verb verb, const std::string& error) {
+Lines error_to_json(Verb verb, const std::string& error) {
   JsonWriter json(error.size());
   head(json, verb);
   json.key("error").value(error);

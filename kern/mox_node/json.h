@@ -3,13 +3,14 @@
 
 #include <string>
 
+#include "kern/mox_node/lines.h"
 #include "kern/mox_node/report.h"
 
 namespace moxnode {
 
-std::string to_json(const Report& report);
+Lines to_json(const Report& report);
 
 // For an end without a report; `verb` may be NONE.
-std::string error_to_json(Verb verb, const std::string& error);
+Lines error_to_json(Verb verb, const std::string& error);
 
 }  // namespace moxnode

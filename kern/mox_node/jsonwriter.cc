@@ -12,7 +12,7 @@ namespace {
 void append_escaped(Lines& to, unsigned code) {
   char escape[8];
   std::snprintf(escape, sizeof escape, "\\u%04x", code);
-  to << escape;
+  to.add(std::string_view(escape));
 }
 
 bool is_plain(char character) {
@@ -24,20 +24,19 @@ void append_character(Lines& to, std::string_view character) {
   if (code < 0x20 || code == 0x7f) {
     append_escaped(to, code);
   } else {
-    if (code == '"' || code == '\\') to << '\\';
-    to << character;
+    if (code == '"' || code == '\\') to.add('\\');
+    to.add(character);
   }
 }
 
 }  // namespace
 
 void JsonWriter::value(std::string_view text) {
-  separate();
-  text_ << '"';
+  text_.add('"');
   // Most texts are plain words.
   const auto plain = std::ranges::find_if_not(text, is_plain);
   const auto plain_length = static_cast<std::size_t>(plain - text.begin());
-  text_ << text.substr(0, plain_length);
+  text_.add(text.substr(0, plain_length));
   text.remove_prefix(plain_length);
   while (!text.empty()) {
     const std::size_t length = utf8Length(text);
@@ -48,7 +47,7 @@ void JsonWriter::value(std::string_view text) {
     }
     text.remove_prefix(length > 0 ? length : 1);
   }
-  text_ << '"';
+  text_.add("\",");
 }
 
 }  // namespace moxnode

@@ -1,47 +1,47 @@
-// Writes JSON into a string, value after value; commas and nesting are its own business.
+// Writes JSON, value after value; commas and nesting are its own business.
 //   json.begin_object(); json.key("size").value(10); json.end_object();
 #pragma once
 
 #include <concepts>
 #include <optional>
-#include <string>
 #include <string_view>
+#include <utility>
 
 #include "kern/mox_node/lines.h"
 
 namespace moxnode {
 
+// Every value is followed by a comma; the one behind the last value of a list is taken back.
 class JsonWriter {
  public:
   explicit JsonWriter(std::size_t expected_bytes) : text_(expected_bytes) {}
 
   // What was written, with a line end.
-  std::string take_line() {
-    text_ << '\n';
-    return text_.take();
+  Lines take_line() {
+    text_.take_back(',');
+    text_.add('\n');
+    return std::move(text_);
   }
 
-  void begin_object() { begin('{'); }
+  void begin_object() { text_.add('{'); }
   void end_object() { end('}'); }
-  void begin_list() { begin('['); }
+  void begin_list() { text_.add('['); }
   void end_list() { end(']'); }
 
-  JsonWriter& key(std::string_view name) {
-    separate();
-    text_ << '"' << name << "\":";
-    first_ = true;  // no comma between a key and its value
+  template <std::size_t size>
+  JsonWriter& key(const char (&name)[size]) {
+    text_.add('"', name, "\":");
     return *this;
   }
 
-  void null() { literal("null"); }
-  void value(bool truth) { literal(truth ? "true" : "false"); }
-  void value(std::integral auto number) {
-    separate();
-    text_ << number;
-  }
+  void null() { text_.add("null,"); }
+  void value(bool truth) { truth ? text_.add("true,") : text_.add("false,"); }
+  void value(std::integral auto number) { text_.add(number, ','); }
   // Bytes that are no UTF-8 become "\udc80" to "\udcff", one a byte.
   void value(std::string_view text);
   void value(const char* text) { value(std::string_view(text)); }
+  // A word of the program's own, which needs no escapes.
+  void word(std::string_view word) { text_.add('"', word, "\","); }
 
   template <class T>
   void value(const std::optional<T>& known) {
@@ -49,26 +49,12 @@ class JsonWriter {
   }
 
  private:
-  void begin(char bracket) {
-    separate();
-    text_ << bracket;
-    first_ = true;
-  }
   void end(char bracket) {
-    text_ << bracket;
-    first_ = false;
-  }
-  void literal(std::string_view word) {
-    separate();
-    text_ << word;
-  }
-  void separate() {
-    if (!first_) text_ << ',';
-    first_ = false;
+    text_.take_back(',');
+    text_.add(bracket, ',');
   }
 
   Lines text_;
-  bool first_ = true;
 };
 
 }  // namespace moxnode

@@ -27,7 +27,7 @@ void tell(const char* error) {
   (void)std::fprintf(stderr, "Error: %s\n", error);
 }
 
-std::string rendered(const Report& report, const Options& options, const Output& output) {
+Lines rendered(const Report& report, const Options& options, const Output& output) {
   switch (options.format) {
     case Format::JSON:
       return to_json(report);
@@ -38,7 +38,7 @@ std::string rendered(const Report& report, const Options& options, const Output&
   }
   if (options.all) {
     std::vector<std::string> warnings;
-    std::string commands = to_commands(report, warnings);
+    Lines commands = to_commands(report, warnings);
     for (const std::string& warning : warnings) tell(warning.c_str());
     return commands;
   }
@@ -78,7 +78,7 @@ ExitStatus run(const Options& options, Output& output) {
   Report report;
   report.verb = options.verb;
   const ExitStatus status = run_verb(task, report);
-  output.write(rendered(report, options, output), options.output_file);
+  output.write(rendered(report, options, output).text(), options.output_file);
   return status;
 }
 
@@ -86,7 +86,7 @@ ExitStatus fail(const char* error, const Options& options, Output& output) {
   tell(error);
   if (options.format != Format::JSON) return TROUBLE;
   try {
-    output.write(error_to_json(options.verb, error), options.output_file);
+    output.write(error_to_json(options.verb, error).text(), options.output_file);
   } catch (const Failure& second) {
     // The first error is told; an output that cannot be written is often the same one.
     if (std::strcmp(second.what(), error) != 0) tell(second.what());

@@ -18,7 +18,7 @@ namespace {
 constexpr int max_interruptions = 100;
 
 // 0, or the errno.
-int write_whole(int fd, const std::string& text) {
+int write_whole(int fd, std::string_view text) {
   std::size_t done = 0;
   int interruptions = 0;
   while (done < text.size()) {
@@ -40,7 +40,7 @@ mode_t mode_of_new_files() {
 }
 
 // 0, or the errno. The file is complete on disk before it gets its name.
-int write_file(Descriptor& file, const std::string& text, const std::string& at,
+int write_file(Descriptor& file, std::string_view text, const std::string& at,
                const std::string& name) {
   if (const int error = write_whole(file.get(), text); error != 0) return error;
   if (fchmod(file.get(), mode_of_new_files()) != 0 || fsync(file.get()) != 0) return errno;
@@ -56,7 +56,7 @@ void refuse_other_than_file(const std::string& name) {
   }
 }
 
-void replace_file(const std::string& text, const std::string& name) {
+void replace_file(std::string_view text, const std::string& name) {
   // A signal would leave the half-written file behind.
   if (const int error = holdInterrupts(); error != 0) throw Failure("holding signals", error);
   refuse_other_than_file(name);
@@ -82,7 +82,7 @@ bool Output::is_coloured() const {
   return (no_colour == nullptr || *no_colour == '\0') && isatty(standard_.get()) == 1;
 }
 
-void Output::write(const std::string& text, const std::string& file) {
+void Output::write(std::string_view text, const std::string& file) {
   if (!file.empty()) return replace_file(text, file);
   const int error = write_whole(standard_.get(), text);
   if (error == EINTR && pendingInterrupt() != 0) dieOfSignal(pendingInterrupt());

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "common/base/descriptor.h"
 
@@ -19,7 +20,7 @@ class Output {
 
   // Throws Failure when the text cannot be written whole; then the file is as it was before.
   // `file` empty: standard output. Dies of a signal that was held and stops the writing.
-  void write(const std::string& text, const std::string& file);
+  void write(std::string_view text, const std::string& file);
 
  private:
   Descriptor standard_;

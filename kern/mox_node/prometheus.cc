@@ -1,13 +1,11 @@
 #include "kern/mox_node/prometheus.h"
 
-#include "kern/mox_node/lines.h"
-
 namespace moxnode {
 
 namespace {
 
 void metric(Lines& lines, const char* name, const char* help) {
-  lines << "# HELP " << name << ' ' << help << "\n# TYPE " << name << " gauge\n";
+  lines.add("# HELP ", name, ' ', help, "\n# TYPE ", name, " gauge\n");
 }
 
 struct Label {
@@ -17,14 +15,14 @@ struct Label {
 
 void sample(Lines& lines, const char* name, const NodeReport& node, Label label,
             std::uint64_t value) {
-  lines << name << "{node=\"" << node.number << "\",ipcbase=\"" << node.ipcbase << '"';
-  if (label.name != nullptr) lines << ',' << label.name << "=\"" << label.value << '"';
-  lines << "} " << value << '\n';
+  lines.add(name, "{node=\"", node.number, "\",ipcbase=\"", node.ipcbase, '"');
+  if (label.name != nullptr) lines.add(',', label.name, "=\"", label.value, '"');
+  lines.add("} ", value, '\n');
 }
 
 }  // namespace
 
-std::string to_prometheus(const Report& report, std::int64_t now) {
+Lines to_prometheus(const Report& report, std::int64_t now) {
   constexpr std::size_t bytes_per_node = 1200;
   Lines lines(report.nodes.size() * bytes_per_node);
   metric(lines, "mox_node_state", "Whether the resources of the node are in this state.");
@@ -47,8 +45,8 @@ std::string to_prometheus(const Report& report, std::int64_t now) {
     }
   }
   metric(lines, "mox_node_probe_timestamp_seconds", "When the host was looked at.");
-  lines << "mox_node_probe_timestamp_seconds " << now << '\n';
-  return lines.take();
+  lines.add("mox_node_probe_timestamp_seconds ", now, '\n');
+  return lines;
 }
 
 }  // namespace moxnode

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
+#include "kern/mox_node/lines.h"
 #include "kern/mox_node/report.h"
 
 namespace moxnode {
 
 // `now` in seconds since 1970. What is unknown has no sample.
-std::string to_prometheus(const Report& report, std::int64_t now);
+Lines to_prometheus(const Report& report, std::int64_t now);
 
 }  // namespace moxnode

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "common/base/printable.h"
-#include "kern/mox_node/lines.h"
 
 namespace moxnode {
 
@@ -43,13 +42,13 @@ class TextWriter {
       : style_(style), lines_(report.nodes.size() * bytes_per_node) {}
 
   void node(const NodeReport& node, Verb verb) {
-    lines_ << "node-" << node.number << ' ';
+    lines_.add("node-", node.number, ' ');
     verdict(name_of(node.state), colour_of(node.state));
-    lines_ << " ipcbase=" << node.ipcbase << " attached=";
+    lines_.add(" ipcbase=", node.ipcbase, " attached=");
     number_or(node.attached, "?");
-    if (verb == Verb::PLAN) lines_ << " plan=" << name_of(node.step);
-    lines_ << '\n';
-    if (!node.reason.empty()) lines_ << "  reason: " << node.reason << '\n';
+    if (verb == Verb::PLAN) lines_.add(" plan=", name_of(node.step));
+    lines_.add('\n');
+    if (!node.reason.empty()) lines_.add("  reason: ", node.reason, '\n');
     for (const ObjectReport& segment : node.segments) object(segment, name_of(segment.state));
     object(node.set, name_of(node.set.state));
     for (const ObjectReport& extra : node.extra) {
@@ -59,103 +58,102 @@ class TextWriter {
   }
 
   void limit(const LimitReport& limit) {
-    lines_ << "limit " << limit.name << " needed=" << limit.needed << " in-use=";
+    lines_.add("limit ", limit.name, " needed=", limit.needed, " in-use=");
     const char* const none = limit.fits ? "-" : "?";
     number_or(limit.in_use, none);
-    lines_ << " limit=";
+    lines_.add(" limit=");
     number_or(limit.limit, none);
     fits(limit.fits);
   }
 
   void space(const SpaceReport& space) {
-    lines_ << "space " << printable(space.path) << " needed=" << space.needed << " free=";
+    lines_.add("space ", printable(space.path), " needed=", space.needed, " free=");
     number_or(space.free, "?");
     fits(space.fits);
   }
 
   // How a verb that changes things tells an operator whether it did.
   void summary(const Report& report) {
-    lines_ << name_of(report.verb) << ": ";
+    lines_.add(name_of(report.verb), ": ");
     if (report.changed) {
-      lines_ << name_of(report.before) << ", now " << name_of(report.state) << '\n';
+      lines_.add(name_of(report.before), ", now ", name_of(report.state), '\n');
     } else {
-      lines_ << name_of(report.state) << ", nothing changed\n";
+      lines_.add(name_of(report.state), ", nothing changed\n");
     }
   }
 
-  std::string take() { return lines_.take(); }
+  Lines take() { return std::move(lines_); }
 
  private:
   static constexpr std::size_t bytes_per_node = 1000;
 
   void verdict(const char* word, const char* colour) {
     if (style_.coloured) {
-      lines_ << colour << word << "\033[0m";
+      lines_.add(colour, word, "\033[0m");
     } else {
-      lines_ << word;
+      lines_.add(word);
     }
   }
 
   void number_or(const std::optional<std::uint64_t>& number, const char* otherwise) {
     if (number) {
-      lines_ << *number;
+      lines_.add(*number);
     } else {
-      lines_ << otherwise;
+      lines_.add(otherwise);
     }
   }
 
   void fits(const std::optional<bool>& fit) {
-    lines_ << ' ';
+    lines_.add(' ');
     if (!fit) {
       verdict("unknown", red);
     } else {
       *fit ? verdict("fits", green) : verdict("too much", red);
     }
-    lines_ << '\n';
+    lines_.add('\n');
   }
 
   void object(const ObjectReport& object, const char* word) {
     const Look& look = object.look;
-    lines_ << "  " << object.key << ' ' << object.name() << " wanted=" << object.wanted
-           << " found=";
+    lines_.add("  ", object.key, ' ', object.name(), " wanted=", object.wanted, " found=");
     if (look.found == Found::THERE) {
-      lines_ << look.object.size;
+      lines_.add(look.object.size);
     } else {
-      lines_ << (look.found == Found::ABSENT ? '-' : '?');
+      lines_.add(look.found == Found::ABSENT ? '-' : '?');
     }
-    lines_ << ' ';
+    lines_.add(' ');
     verdict(word, object.wanted == 0 ? yellow : colour_of(object.state));
     if (style_.verbose && look.found == Found::THERE) details(look.object, object.kind());
-    lines_ << '\n';
+    lines_.add('\n');
   }
 
   void details(const Object& found, Kind kind) {
-    lines_ << " id=" << found.id << " mode=" << octal(found.mode) << " uid=" << found.uid
-           << " gid=" << found.gid;
+    lines_.add(" id=", found.id, " mode=", octal(found.mode), " uid=", found.uid,
+               " gid=", found.gid);
     if (kind == Kind::SEGMENT) {
-      lines_ << " attached=" << found.attached << " creator-pid=" << found.creator_pid
-             << " last-pid=" << found.last_pid;
+      lines_.add(" attached=", found.attached, " creator-pid=", found.creator_pid,
+                 " last-pid=", found.last_pid);
     }
-    lines_ << " changed=" << time_text(found.changed_at);
+    lines_.add(" changed=", time_text(found.changed_at));
   }
 
   void device(const DeviceReport& device) {
     const DeviceFacts& facts = device.facts;
-    lines_ << "  device-" << device.number << ' '
-           << (device.path.empty() ? "-" : printable(device.path)) << ' ';
+    lines_.add("  device-", device.number, ' ', device.path.empty() ? "-" : printable(device.path),
+               ' ');
     verdict(name_of(facts.state), facts.state == DeviceState::INITIALISED ? green : yellow);
-    if (facts.kind != nullptr) lines_ << " kind=" << facts.kind;
-    if (facts.bytes) lines_ << " bytes=" << *facts.bytes;
+    if (facts.kind != nullptr) lines_.add(" kind=", facts.kind);
+    if (facts.bytes) lines_.add(" bytes=", *facts.bytes);
     if (facts.header) header(*facts.header);
-    if (device.check != Check::NONE) lines_ << " check=" << name_of(device.check);
-    lines_ << '\n';
+    if (device.check != Check::NONE) lines_.add(" check=", name_of(device.check));
+    lines_.add('\n');
   }
 
   void header(const DeviceHeader& header) {
-    lines_ << " number=" << header.number << " type=" << (header.is_data ? "data" : "log")
-           << " block-size=" << header.block_size;
-    if (style_.verbose) lines_ << " created=" << time_text(header.created);
-    lines_ << " name=\"" << printable(header.name) << '"';
+    lines_.add(" number=", header.number, " type=", header.is_data ? "data" : "log",
+               " block-size=", header.block_size);
+    if (style_.verbose) lines_.add(" created=", time_text(header.created));
+    lines_.add(" name=\"", printable(header.name), '"');
   }
 
   TextStyle style_;
@@ -164,7 +162,7 @@ class TextWriter {
 
 }  // namespace
 
-std::string to_text(const Report& report, TextStyle style) {
+Lines to_text(const Report& report, TextStyle style) {
   TextWriter text(report, style);
   for (const NodeReport& node : report.nodes) text.node(node, report.verb);
   for (const LimitReport& limit : report.limits) text.limit(limit);
@@ -173,24 +171,24 @@ std::string to_text(const Report& report, TextStyle style) {
   return text.take();
 }
 
-std::string to_commands(const Report& report, std::vector<std::string>& warnings) {
+Lines to_commands(const Report& report, std::vector<std::string>& warnings) {
   constexpr std::uint64_t most = std::numeric_limits<std::int32_t>::max();
   Lines lines(0);
   for (const NodeReport& node : report.nodes) {
-    lines << "create node-" << node.number << ": ipcbase=" << node.ipcbase;
+    lines.add("create node-", node.number, ": ipcbase=", node.ipcbase);
     for (const ObjectReport& segment : node.segments) {
       const std::uint64_t size = segment.look.object.size;
       if (!segment.buffer->can_be_given()) continue;
       if (size <= most) {
-        lines << ", " << segment.name() << '=' << size;
+        lines.add(", ", segment.name(), '=', size);
       } else {
         warnings.push_back(full_name(node, segment) + " has " + std::to_string(size) +
                            " bytes, more than a command can say; left out of its line");
       }
     }
-    lines << '\n';
+    lines.add('\n');
   }
-  return lines.take();
+  return lines;
 }
 
 }  // namespace moxnode

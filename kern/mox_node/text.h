@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "kern/mox_node/lines.h"
 #include "kern/mox_node/report.h"
 
 namespace moxnode {
@@ -13,10 +14,10 @@ struct TextStyle {
   bool coloured = false;
 };
 
-std::string to_text(const Report& report, TextStyle style);
+Lines to_text(const Report& report, TextStyle style);
 
 // For each node a command that creates it, in the order given. What the command language cannot
 // say is left out of the line and told in `warnings`.
-std::string to_commands(const Report& report, std::vector<std::string>& warnings);
+Lines to_commands(const Report& report, std::vector<std::string>& warnings);
 
 }  // namespace moxnode
