@@ -74,10 +74,11 @@ class Lines {
   }
 
   void grow(std::size_t more_bytes) {
-    size_ = std::max(2 * size_, used_ + more_bytes);
-    auto larger = std::make_unique_for_overwrite<char[]>(size_);
+    const std::size_t size = std::max(2 * size_, used_ + more_bytes);
+    auto larger = std::make_unique_for_overwrite<char[]>(size);
     std::copy_n(buffer_.get(), used_, larger.get());
     buffer_ = std::move(larger);
+    size_ = size;
   }
 
   std::unique_ptr<char[]> buffer_;
